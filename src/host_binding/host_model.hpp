@@ -1,0 +1,486 @@
+// The host value model: a thin view of the host's own objects.  No value is
+// converted: copies are built of new host dicts and lists that share every
+// leaf, in-place changes land on the caller's objects, and every operation
+// is the one Python code would run (exact types on fast paths, subclasses
+// through their own methods).
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host_binding/module_state.hpp"
+#include "host_binding/object.hpp"
+#include "next_steps/functions.hpp"
+#include "next_steps/model.hpp"
+
+namespace host {
+
+using next_steps::ErrorKind;
+using next_steps::Fn;
+using next_steps::Kind;
+using next_steps::Name;
+using next_steps::StrView;
+
+class HostModel {
+ public:
+  using Value = Object;
+
+  explicit HostModel(PyObject* module) : module_(module), state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
+
+  // --- kinds and scalars
+  Kind kind(const Object& v) const {
+    PyObject* o = v.get();
+    if (o == Py_None) return Kind::null;
+    if (o == Py_True || o == Py_False) return Kind::boolean;
+    PyTypeObject* t = Py_TYPE(o);
+    if (t == &PyUnicode_Type) return Kind::str;
+    if (t == &PyDict_Type) return Kind::dict;
+    if (t == &PyList_Type) return Kind::list;
+    if (t == &PyLong_Type) return Kind::integer;
+    if (t == &PyFloat_Type) return Kind::real;
+    if (t == &PyTuple_Type) return Kind::tuple;
+    if (PyUnicode_Check(o)) return Kind::str;
+    if (PyLong_Check(o)) return Kind::integer;
+    if (PyFloat_Check(o)) return Kind::real;
+    if (PyList_Check(o)) return Kind::list;
+    if (PyTuple_Check(o)) return Kind::tuple;
+    if (PyDict_Check(o)) return Kind::dict;
+    return Kind::other;
+  }
+  bool is_null(const Object& v) const { return v.get() == Py_None; }
+  bool same(const Object& a, const Object& b) const { return a.get() == b.get(); }
+  const void* identity(const Object& v) const { return v.get(); }
+  bool truthy(const Object& v) const {
+    PyObject* o = v.get();
+    if (o == Py_None || o == Py_False) return false;
+    if (o == Py_True) return true;
+    const int r = PyObject_IsTrue(o);
+    check(r);
+    return r == 1;
+  }
+  bool bool_value(const Object& v) const { return v.get() == Py_True; }
+  double float_value(const Object& v) const { return PyFloat_AS_DOUBLE(v.get()); }
+
+  std::size_t int_text_length(const Object& v) const {
+    int overflow = 0;
+    const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
+    if (!overflow) return next_steps::int_text_length(n);
+    return static_cast<std::size_t>(PyUnicode_GET_LENGTH(int_repr(v).get()));
+  }
+  void int_text(const Object& v, std::string& out) const {
+    int overflow = 0;
+    const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
+    if (!overflow) {
+      out += std::to_string(n);
+      return;
+    }
+    Object text = int_repr(v);
+    out += PyUnicode_AsUTF8(text.get());
+  }
+  StrView str_view(const Object& v) const {
+    PyObject* o = v.get();
+    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
+            PyUnicode_IS_ASCII(o) != 0};
+  }
+  Object text_form(const Object& v) const {
+    if (PyUnicode_CheckExact(v.get())) return v;
+    return Object::steal(PyObject_Str(v.get()));
+  }
+  std::string type_name(const Object& v) const { return Py_TYPE(v.get())->tp_name; }
+  // The text of a tool or action as a table key; a text the host cannot
+  // write as UTF-8 names no row.
+  std::string key_text(const Object& v) const {
+    Object text = text_form(v);
+    Py_ssize_t size = 0;
+    const char* utf8 = PyUnicode_AsUTF8AndSize(text.get(), &size);
+    if (!utf8) {
+      PyErr_Clear();
+      return "\xff";
+    }
+    return {utf8, static_cast<std::size_t>(size)};
+  }
+  bool str_equals(const Object& v, std::string_view s) const {
+    PyObject* o = v.get();
+    return PyUnicode_Check(o) && PyUnicode_IS_ASCII(o) && static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)) == s.size() &&
+           std::memcmp(PyUnicode_DATA(o), s.data(), s.size()) == 0;
+  }
+  bool equals_int(const Object& v, long long n) const { return compare_int(v, n, Py_EQ); }
+  bool less_than_int(const Object& v, long long n) const { return compare_int(v, n, Py_LT); }
+  bool size_greater(std::size_t n, const Object& v) const {
+    if (PyLong_CheckExact(v.get())) {
+      int overflow = 0;
+      const long long k = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
+      if (!overflow) return static_cast<long long>(n) > k;
+    }
+    Object size = make_int(static_cast<long long>(n));
+    const int r = PyObject_RichCompareBool(size.get(), v.get(), Py_GT);
+    check(r);
+    return r == 1;
+  }
+  Object as_int(const Object& v) const {
+    if (PyLong_CheckExact(v.get())) return v;
+    return Object::steal(PyNumber_Long(v.get()));
+  }
+  Object make_int(long long n) const { return Object::steal(PyLong_FromLongLong(n)); }
+  Object null() const { return Object::borrow(Py_None); }
+  Object make_bool(bool b) const { return Object::borrow(b ? Py_True : Py_False); }
+  Object make_str(std::string_view s) const {
+    return Object::steal(PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
+  }
+  Object name(Name n) const { return state_.names[static_cast<std::size_t>(n)]; }
+  // A constant text of the logic, made once per module.
+  Object literal(std::string_view s) {
+    auto [it, added] = state_.literals.try_emplace(s.data());
+    if (added) {
+      PyObject* text = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
+      if (text) PyUnicode_InternInPlace(&text);
+      if (!text) {
+        state_.literals.erase(it);
+        fail();
+      }
+      it->second = Object::steal(text);
+    }
+    return it->second;
+  }
+  Object join(std::initializer_list<Object> parts) const {
+    Object tuple = Object::steal(PyTuple_New(static_cast<Py_ssize_t>(parts.size())));
+    Py_ssize_t i = 0;
+    for (const Object& p : parts) PyTuple_SET_ITEM(tuple.get(), i++, Object(p).release());
+    Object empty = Object::steal(PyUnicode_FromStringAndSize("", 0));
+    return Object::steal(PyUnicode_Join(empty.get(), tuple.get()));
+  }
+
+  // --- containers
+  std::size_t length(const Object& v) const {
+    if (PyList_CheckExact(v.get())) return static_cast<std::size_t>(PyList_GET_SIZE(v.get()));
+    const Py_ssize_t n = PyObject_Size(v.get());
+    if (n < 0) fail();
+    return static_cast<std::size_t>(n);
+  }
+
+  // Entries in the dict's order: an exact dict directly, any other through
+  // its own items().  Both are held strongly while `f` runs, since `f` may
+  // run host code that changes the dict.
+  template <class F>
+  void for_each_entry(const Object& dict, F&& f) {
+    if (PyDict_CheckExact(dict.get())) {
+      Py_ssize_t pos = 0;
+      PyObject *key, *value;
+      while (PyDict_Next(dict.get(), &pos, &key, &value)) {
+        Object k = Object::borrow(key), v = Object::borrow(value);
+        if (!f(k, v)) return;
+      }
+      return;
+    }
+    Object items = Object::steal(PyObject_CallMethodNoArgs(dict.get(), state_.items.get()));
+    for_each_item(items, [&](const Object& item) {
+      auto [k, v] = unpack_pair(item);
+      return f(k, v);
+    });
+  }
+
+  // Items in order: an exact list or tuple by index (its size read anew at
+  // every step), anything else through iteration.
+  template <class F>
+  void for_each_item(const Object& seq, F&& f) {
+    PyObject* o = seq.get();
+    if (PyList_CheckExact(o)) {
+      for (Py_ssize_t i = 0; i < PyList_GET_SIZE(o); ++i)
+        if (!f(Object::borrow(PyList_GET_ITEM(o, i)))) return;
+      return;
+    }
+    if (PyTuple_CheckExact(o)) {
+      for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(o); ++i)
+        if (!f(Object::borrow(PyTuple_GET_ITEM(o, i)))) return;
+      return;
+    }
+    Object it = Object::steal(PyObject_GetIter(o));
+    while (PyObject* item = PyIter_Next(it.get()))
+      if (!f(Object::steal(item))) return;
+    if (PyErr_Occurred()) fail();
+  }
+
+  // mapping.get(key): an exact dict directly, anything else through its own
+  // get(), so a read-only mapping works and a missing one fails as the host's.
+  Object get(const Object& mapping, Name key) const {
+    PyObject* k = state_.names[static_cast<std::size_t>(key)].get();
+    if (PyDict_CheckExact(mapping.get())) {
+      PyObject* found = PyDict_GetItemWithError(mapping.get(), k);
+      if (!found && PyErr_Occurred()) fail();
+      return Object::borrow(found ? found : Py_None);
+    }
+    return Object::steal(PyObject_CallMethodOneArg(mapping.get(), state_.get.get(), k));
+  }
+  Object get_item(const Object& mapping, Name key) const {
+    return Object::steal(PyObject_GetItem(mapping.get(), state_.names[static_cast<std::size_t>(key)].get()));
+  }
+  // d.pop(key, None)
+  Object pop(const Object& dict, Name key) const {
+    PyObject* k = state_.names[static_cast<std::size_t>(key)].get();
+    if (PyDict_CheckExact(dict.get())) {
+      PyObject* found = PyDict_GetItemWithError(dict.get(), k);
+      if (!found) {
+        if (PyErr_Occurred()) fail();
+        return null();
+      }
+      Object value = Object::borrow(found);
+      check(PyDict_DelItem(dict.get(), k));
+      return value;
+    }
+    PyObject* args[] = {dict.get(), k, Py_None};
+    return Object::steal(
+        PyObject_VectorcallMethod(state_.pop.get(), args, 3 | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
+  }
+  void set_item(const Object& dict, Name key, const Object& value) const {
+    set_item(dict, state_.names[static_cast<std::size_t>(key)], value);
+  }
+  void set_item(const Object& dict, const Object& key, const Object& value) const {
+    if (PyDict_CheckExact(dict.get()))
+      check(PyDict_SetItem(dict.get(), key.get(), value.get()));
+    else
+      check(PyObject_SetItem(dict.get(), key.get(), value.get()));
+  }
+  void append(const Object& list, const Object& item) const { check(PyList_Append(list.get(), item.get())); }
+  Object new_dict() const { return Object::steal(PyDict_New()); }
+  Object new_list() const { return Object::steal(PyList_New(0)); }
+  Object list_of(const Object& v) const { return Object::steal(PySequence_List(v.get())); }
+  // seq[:n]
+  Object head(const Object& v, std::size_t n) const {
+    const auto end = static_cast<Py_ssize_t>(n);
+    if (PyList_CheckExact(v.get())) return Object::steal(PyList_GetSlice(v.get(), 0, end));
+    return Object::steal(PySequence_GetSlice(v.get(), 0, end));
+  }
+  // list(dict.fromkeys(items))
+  Object without_repeats(const Object& list) const {
+    Object seen = new_dict();
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i)
+      check(PyDict_SetItem(seen.get(), PyList_GET_ITEM(list.get(), i), Py_None));
+    return Object::steal(PyDict_Keys(seen.get()));
+  }
+  // The entries in the order the host's sort gives them: plain string keys
+  // are ordered here by code point; any other mix is sorted by the host, so
+  // that keys it cannot compare fail with its own error.
+  std::vector<std::pair<Object, Object>> sorted_entries(const Object& dict) {
+    std::vector<std::pair<Object, Object>> entries;
+    bool plain = PyDict_CheckExact(dict.get());
+    for_each_entry(dict, [&](const Object& k, const Object& v) {
+      plain = plain && PyUnicode_CheckExact(k.get());
+      entries.emplace_back(k, v);
+      return true;
+    });
+    if (plain) {
+      std::sort(entries.begin(), entries.end(),
+                [](const auto& a, const auto& b) { return PyUnicode_Compare(a.first.get(), b.first.get()) < 0; });
+      return entries;
+    }
+    Object items = Object::steal(PyList_New(static_cast<Py_ssize_t>(entries.size())));
+    for (std::size_t i = 0; i < entries.size(); ++i)
+      PyList_SET_ITEM(items.get(), static_cast<Py_ssize_t>(i),
+                      Object::steal(PyTuple_Pack(2, entries[i].first.get(), entries[i].second.get())).release());
+    check(PyList_Sort(items.get()));
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      PyObject* pair = PyList_GET_ITEM(items.get(), static_cast<Py_ssize_t>(i));
+      entries[i] = {Object::borrow(PyTuple_GET_ITEM(pair, 0)), Object::borrow(PyTuple_GET_ITEM(pair, 1))};
+    }
+    return entries;
+  }
+  bool is_hint_key(const Object& key) const {
+    PyObject* k = key.get();
+    if (!PyUnicode_Check(k)) return false;
+    for (const Object& h : state_.hint_keys) {
+      if (h.get() == k) return true;
+      if (PyUnicode_GET_LENGTH(h.get()) == PyUnicode_GET_LENGTH(k) && PyUnicode_KIND(k) == PyUnicode_1BYTE_KIND &&
+          std::memcmp(PyUnicode_DATA(h.get()), PyUnicode_DATA(k), static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))) == 0)
+        return true;
+    }
+    return false;
+  }
+  Object first(const Object& seq) const {
+    Object zero = make_int(0);
+    return Object::steal(PyObject_GetItem(seq.get(), zero.get()));
+  }
+  Object attr(const Object& v, Name field) const {
+    return Object::steal(PyObject_GetAttr(v.get(), state_.names[static_cast<std::size_t>(field)].get()));
+  }
+  Object call_method(const Object& v, Name method) const {
+    return Object::steal(PyObject_CallMethodNoArgs(v.get(), state_.names[static_cast<std::size_t>(method)].get()));
+  }
+
+  // --- errors and depth
+  [[noreturn]] void raise(ErrorKind kind, const std::string& message) const {
+    PyObject* type = PyExc_TypeError;
+    switch (kind) {
+      case ErrorKind::type: type = PyExc_TypeError; break;
+      case ErrorKind::value: type = PyExc_ValueError; break;
+      case ErrorKind::key: type = PyExc_KeyError; break;
+      case ErrorKind::attribute: type = PyExc_AttributeError; break;
+      case ErrorKind::recursion: type = PyExc_RecursionError; break;
+      case ErrorKind::unicode_encode: type = PyExc_UnicodeEncodeError; break;
+    }
+    PyErr_SetString(type, message.c_str());
+    fail();
+  }
+  [[noreturn]] void raise_key(const Object& key) const {
+    Object args = Object::steal(PyTuple_Pack(1, key.get()));
+    PyErr_SetObject(PyExc_KeyError, args.get());
+    fail();
+  }
+  // Hands the host the compact text so that it reports the encoding error
+  // (position and all) exactly as it would have for that text.
+  [[noreturn]] void raise_encode_error(const std::u32string& text) const {
+    Object str = Object::steal(PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, text.data(), static_cast<Py_ssize_t>(text.size())));
+    Object bytes = Object::steal(PyUnicode_AsUTF8String(str.get()));
+    PyErr_SetString(PyExc_SystemError, "a text with a lone surrogate was encoded");
+    fail();
+  }
+  struct RecursionGuard {
+    ~RecursionGuard() { Py_LeaveRecursiveCall(); }
+  };
+  RecursionGuard recursion_guard(const char* where) const {
+    if (Py_EnterRecursiveCall(where)) fail();
+    return {};
+  }
+
+  // --- calls through the namespace
+  template <Fn F>
+  struct Bound {
+    Object function;
+    bool own;
+  };
+  template <Fn F>
+  Bound<F> resolve() const {
+    PyObject* name = state_.function_names[static_cast<std::size_t>(F)].get();
+    PyObject* bound = PyDict_GetItemWithError(dict_, name);
+    if (!bound) {
+      if (!PyErr_Occurred()) PyErr_Format(PyExc_NameError, "name '%U' is not defined", name);
+      fail();
+    }
+    return {Object::borrow(bound), bound == state_.own[static_cast<std::size_t>(F)].get()};
+  }
+  template <Fn F, class... A>
+  next_steps::CallResult<F, Object> invoke(const Bound<F>& b, const A&... a) {
+    if constexpr (next_steps::is_own(F)) {
+      if (b.own) return next_steps::FnImpl<F>::run(*this, a...);
+    }
+    PyObject* args[] = {nullptr, a.get()...};
+    PyObject* keywords = state_.keywords[static_cast<std::size_t>(F)].get();
+    const std::size_t positional = sizeof...(A) - (keywords ? static_cast<std::size_t>(PyTuple_GET_SIZE(keywords)) : 0);
+    Object result = Object::steal(
+        PyObject_Vectorcall(b.function.get(), args + 1, positional | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords));
+    if constexpr (next_steps::returns_size<F>) {
+      const long long n = PyLong_AsLongLong(result.get());
+      if (n == -1 && PyErr_Occurred()) fail();
+      return n;
+    } else {
+      return result;
+    }
+  }
+  template <Fn F, class... A>
+  next_steps::CallResult<F, Object> call(const A&... a) {
+    return invoke(resolve<F>(), a...);
+  }
+  // A call whose ordinary failure (an Exception) is kept for the warning
+  // that reports it; interrupts and exits pass through.
+  template <Fn F, class... A>
+  std::optional<Object> try_call(const A&... a) {
+    try {
+      return call<F>(a...);
+    } catch (const HostError&) {
+      if (!PyErr_ExceptionMatches(PyExc_Exception)) throw;
+      failure_ = Object::steal(PyErr_GetRaisedException());
+      return std::nullopt;
+    }
+  }
+  // logger.warning(message, wanted, exc_info=failure), the logger read from
+  // the namespace now; a failure of the warning itself has the lookup's
+  // failure as its context, as in an except block.
+  void warn_failure(const char* message, const Object& wanted) {
+    Object failure = std::exchange(failure_, Object());
+    try {
+      Object logger = resolve<Fn::logger>().function;
+      Object text = make_str(message);
+      PyObject* args[] = {logger.get(), text.get(), wanted.get(), failure.get()};
+      Object done = Object::steal(PyObject_VectorcallMethod(state_.warning.get(), args,
+                                                            3 | PY_VECTORCALL_ARGUMENTS_OFFSET, state_.exc_info.get()));
+    } catch (const HostError&) {
+      PyObject* raised = PyErr_GetRaisedException();
+      PyException_SetContext(raised, failure.release());
+      PyErr_SetRaisedException(raised);
+      throw;
+    }
+  }
+  Object call_step(const Object& tool, const Object& reason, std::initializer_list<std::pair<Name, Object>> args) {
+    auto bound = resolve<Fn::step>();
+    if (bound.own) {
+      Object dict = new_dict();
+      for (const auto& [k, v] : args) set_item(dict, k, v);
+      return next_steps::make_step(*this, tool, reason, dict);
+    }
+    std::vector<PyObject*> stack = {nullptr, tool.get(), reason.get()};
+    Object keywords = Object::steal(PyTuple_New(static_cast<Py_ssize_t>(args.size())));
+    Py_ssize_t i = 0;
+    for (const auto& [k, v] : args) {
+      stack.push_back(v.get());
+      PyTuple_SET_ITEM(keywords.get(), i++, Object(name(k)).release());
+    }
+    return Object::steal(PyObject_Vectorcall(bound.function.get(), stack.data() + 1, 2 | PY_VECTORCALL_ARGUMENTS_OFFSET,
+                                             args.size() ? keywords.get() : nullptr));
+  }
+
+  PyObject* module() const { return module_; }
+
+ private:
+  Object int_repr(const Object& v) const { return Object::steal(PyLong_Type.tp_repr(v.get())); }
+
+  bool compare_int(const Object& v, long long n, int op) const {
+    PyObject* o = v.get();
+    if (o == Py_None) {
+      if (op == Py_EQ) return false;
+    } else if (PyLong_CheckExact(o)) {
+      int overflow = 0;
+      const long long k = PyLong_AsLongLongAndOverflow(o, &overflow);
+      if (!overflow) return op == Py_EQ ? k == n : k < n;
+    }
+    Object other = make_int(n);
+    const int r = PyObject_RichCompareBool(o, other.get(), op);
+    check(r);
+    return r == 1;
+  }
+
+  // Unpacks a (key, value) item as `for k, v in items` would.
+  std::pair<Object, Object> unpack_pair(const Object& item) const {
+    if (PyTuple_CheckExact(item.get()) && PyTuple_GET_SIZE(item.get()) == 2)
+      return {Object::borrow(PyTuple_GET_ITEM(item.get(), 0)), Object::borrow(PyTuple_GET_ITEM(item.get(), 1))};
+    Object it = Object::steal(PyObject_GetIter(item.get()));
+    std::vector<Object> got;
+    while (got.size() < 3) {
+      PyObject* next = PyIter_Next(it.get());
+      if (!next) break;
+      got.push_back(Object::steal(next));
+    }
+    if (PyErr_Occurred()) fail();
+    if (got.size() > 2) {
+      PyErr_SetString(PyExc_ValueError, "too many values to unpack (expected 2)");
+      fail();
+    }
+    if (got.size() < 2) {
+      PyErr_Format(PyExc_ValueError, "not enough values to unpack (expected 2, got %zu)", got.size());
+      fail();
+    }
+    return {got[0], got[1]};
+  }
+
+  PyObject* module_;
+  State& state_;
+  PyObject* dict_;
+  Object failure_;
+};
+
+static_assert(next_steps::ValueModel<HostModel>);
+
+}  // namespace host

@@ -1,0 +1,304 @@
+// Loading: the one exported entry and the execution slot that fills the
+// namespace, in the order a reader of the module meets its names.
+#include <string_view>
+
+#include "host_binding/entries.hpp"
+#include "host_binding/host_model.hpp"
+#include "host_binding/module_state.hpp"
+
+namespace host {
+namespace {
+
+namespace ns = next_steps;
+
+constexpr const char* module_doc =
+    "Follow-up hints that the tools add to their results, and the last step of every answer.\n"
+    "\n"
+    "Every answer of every tool passes through :func:`finish_answer` last, just before it\n"
+    "is sent: the answer comes back as a new dict without its None fields, with the\n"
+    "index's freshness block (``velquorn.tool_handlers.freshness.freshness_block`` says\n"
+    "when the index the answer came from, or a wiki page it reads, is not current) and\n"
+    "with ``next_steps``, the calls an agent may make next.  This module is a leaf of the\n"
+    "package: every tool family imports it and it imports none of them.\n"
+    "\n"
+    "Every step has one shape, ``{\"tool\", \"args\", \"reason\"}`` (see :func:`step`).  The\n"
+    "signals come first: the steps the answer itself calls for (no hits, a symbol with\n"
+    "many callers, a file no test covers, :data:`_SIGNALS`).  The usual follow-ups of\n"
+    "the tool and action come second (:data:`NEXT_STEPS`), each taking its argument from\n"
+    "the answer and left out when the answer has none.  Steps a tool put into its own\n"
+    "answer (a did-you-mean) take the place of both.  At most MAX_STEPS are assembled,\n"
+    "without repeats of the same call.\n"
+    "\n"
+    "Hints stay a small part of an answer: steps are dropped from the last while all\n"
+    "hint fields (:data:`HINT_KEYS`) together take more than HINT_SHARE of the answer's\n"
+    "compact UTF-8 JSON bytes, or HINT_FLOOR_BYTES when that is more.  The first step\n"
+    "always stays.";
+
+constexpr const char* hint_doc =
+    "A usual follow-up of a tool's answer.\n"
+    "\n"
+    "Attributes:\n"
+    "    tool: The tool to call.\n"
+    "    reason: Why, in a few words.\n"
+    "    action: The action to run, for a tool with actions.\n"
+    "    takes: The argument it takes from the answer; the hint is left out when\n"
+    "        the answer has none to give.";
+
+class Loader {
+ public:
+  explicit Loader(PyObject* module) : module_(module), dict_(PyModule_GetDict(module)) {}
+
+  void run() {
+    state_slot(module_) = new State();
+    intern_names();
+    module_name_ = Object::steal(PyModule_GetNameObject(module_));
+    check(PyModule_SetDocString(module_, module_doc));
+    annotations_ = Object::steal(PyDict_New());
+    bind("__annotations__", annotations_);
+    if (!PyDict_GetItemString(dict_, "__builtins__")) bind("__builtins__", Object::borrow(PyEval_GetBuiltins()));
+    if (!PyDict_GetItemString(dict_, "__cached__")) bind("__cached__", Object::borrow(Py_None));
+    import_names();
+    bind("logger", call(attr("logging", "getLogger"), {module_name_}));
+    bind_constants();
+    bind_tables();
+    bind_functions(0, 9);
+    bind_signals();
+    bind_functions(9, method_defs().size());
+    bind_annotations();
+  }
+
+ private:
+  void intern_names() {
+    State& s = *state_slot(module_);
+    for (std::size_t i = 0; i < ns::name_texts.size(); ++i) s.names[i] = intern(ns::name_texts[i]);
+    for (std::size_t i = 0; i < ns::function_names.size(); ++i) s.function_names[i] = intern(ns::function_names[i]);
+    for (std::size_t i = 0; i < ns::hint_keys.size(); ++i) s.hint_keys[i] = intern(ns::hint_keys[i]);
+    s.get = intern("get");
+    s.items = intern("items");
+    s.pop = intern("pop");
+    s.warning = intern("warning");
+    s.exc_info = tuple({intern("exc_info")});
+    s.keywords[static_cast<std::size_t>(ns::Fn::add_next_steps)] = tuple({intern("action"), intern("arguments")});
+    s.keywords[static_cast<std::size_t>(ns::Fn::within_share)] = tuple({intern("keep")});
+  }
+
+  // from module import names, each bound under its own name
+  void from_import(const char* module_name, std::initializer_list<const char*> names) {
+    Object module = Object::steal(PyImport_ImportModule(module_name));
+    for (const char* name : names) {
+      PyObject* value = PyObject_GetAttrString(module.get(), name);
+      if (!value) {
+        if (!PyErr_ExceptionMatches(PyExc_AttributeError)) fail();
+        PyErr_Clear();
+        Object file = Object::steal(PyObject_GetAttrString(module.get(), "__file__"));
+        Object message = Object::steal(PyUnicode_FromFormat("cannot import name '%s' from '%s' (%S)", name,
+                                                            module_name, file.get()));
+        PyErr_SetImportError(message.get(), Object::steal(PyUnicode_FromString(module_name)).get(), file.get());
+        fail();
+      }
+      bind(name, Object::steal(value));
+    }
+  }
+
+  void import_names() {
+    from_import("__future__", {"annotations"});
+    bind("json", Object::steal(PyImport_ImportModule("json")));
+    bind("logging", Object::steal(PyImport_ImportModule("logging")));
+    from_import("dataclasses", {"dataclass"});
+    from_import("typing", {"TYPE_CHECKING", "Any", "Literal"});
+    bind("TYPE_CHECKING", Object::borrow(Py_False));
+    from_import("velquorn.models.symbol", {"is_code_symbol"});
+    from_import("velquorn.tool_handlers.freshness", {"add_freshness"});
+    from_import("velquorn.tool_handlers.freshness", {"freshness_block"});
+    from_import("velquorn.workers.name_lookup", {"guessed_name", "nearest_paths", "nearest_symbols"});
+  }
+
+  void bind_constants() {
+    bind("HINT_SHARE", Object::steal(PyFloat_FromDouble(ns::hint_share)));
+    bind("HINT_FLOOR_BYTES", integer(ns::hint_floor_bytes));
+    Object keys = Object::steal(PyFrozenSet_New(nullptr));
+    for (const Object& key : state_slot(module_)->hint_keys) check(PySet_Add(keys.get(), key.get()));
+    bind("HINT_KEYS", keys);
+    bind("_STEPS_KEY_BYTES", integer(ns::steps_key_bytes));
+    bind("MAX_STEPS", integer(ns::max_steps));
+    bind("FAN_IN_FOR_IMPACT", integer(ns::fan_in_for_impact));
+    bind("MAX_STEP_FILES", integer(ns::max_step_files));
+  }
+
+  void bind_tables() {
+    std::vector<Object> takes;
+    for (std::string_view t : ns::takes_texts) takes.push_back(text(t));
+    Object takes_type = Object::steal(PyObject_GetItem(lookup("Literal").get(), tuple(takes).get()));
+    bind("Takes", takes_type);
+    Object hint = make_hint_class();
+    bind("Hint", hint);
+    std::vector<Object> records;
+    for (const ns::HintRecord& r : ns::hint_records) {
+      Object action = r.action.empty() ? Object::borrow(Py_None) : text(r.action);
+      Object takes_text = r.takes == ns::Takes::none ? Object::borrow(Py_None) : text(ns::text_of(r.takes));
+      records.push_back(call(hint, {text(r.tool), text(r.reason), action, takes_text}));
+    }
+    for (std::size_t i = 0; i < ns::shared_hint_count; ++i)
+      bind(std::string(ns::hint_records[i].shared_name).c_str(), records[i]);
+    Object rows = Object::steal(PyDict_New());
+    for (const ns::Row& row : ns::next_steps_rows) {
+      std::vector<Object> hints;
+      for (unsigned char index : row.items()) hints.push_back(records[index]);
+      check(PyDict_SetItem(rows.get(), text(row.key).get(), tuple(hints).get()));
+    }
+    bind("NEXT_STEPS", rows);
+    std::vector<Object> hit_lists;
+    for (ns::Name n : ns::hit_lists) hit_lists.push_back(state_slot(module_)->names[static_cast<std::size_t>(n)]);
+    bind("_HIT_LISTS", tuple(hit_lists));
+  }
+
+  // class Hint, made a frozen dataclass by the host's own dataclasses, its
+  // declared types kept as text.
+  Object make_hint_class() {
+    Object body = Object::steal(PyDict_New());
+    Object types = Object::steal(PyDict_New());
+    for (auto [field, type] : {std::pair{"tool", "str"}, {"reason", "str"}, {"action", "str | None"},
+                               {"takes", "Takes | None"}})
+      check(PyDict_SetItemString(types.get(), field, text(type).get()));
+    check(PyDict_SetItemString(body.get(), "__module__", module_name_.get()));
+    check(PyDict_SetItemString(body.get(), "__qualname__", text("Hint").get()));
+    check(PyDict_SetItemString(body.get(), "__doc__", text(hint_doc).get()));
+    check(PyDict_SetItemString(body.get(), "__annotations__", types.get()));
+    check(PyDict_SetItemString(body.get(), "action", Py_None));
+    check(PyDict_SetItemString(body.get(), "takes", Py_None));
+    Object bases = Object::steal(PyTuple_New(0));
+    Object cls = call(Object::borrow(reinterpret_cast<PyObject*>(&PyType_Type)), {text("Hint"), bases, body});
+    Object dataclass = lookup("dataclass");
+    PyObject* args[] = {nullptr, cls.get(), Py_True};
+    Object keywords = tuple({text("frozen")});
+    return Object::steal(
+        PyObject_Vectorcall(dataclass.get(), args + 1, 1 | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords.get()));
+  }
+
+  // Functions from defs[first] up to defs[last]; the own ones are kept so
+  // that a call can tell whether a name still holds them.
+  void bind_functions(std::size_t first, std::size_t last) {
+    auto defs = method_defs();
+    State& s = *state_slot(module_);
+    for (std::size_t i = first; i < last && i < defs.size(); ++i) {
+      Object function = Object::steal(PyCFunction_NewEx(&defs[i], module_, module_name_.get()));
+      for (std::size_t f = 0; f < ns::function_names.size(); ++f)
+        if (ns::function_names[f] == defs[i].ml_name) s.own[f] = function;
+      bind(defs[i].ml_name, function);
+    }
+  }
+
+  void bind_signals() {
+    Object table = Object::steal(PyDict_New());
+    for (const ns::SignalRow& row : ns::signal_rows) {
+      static constexpr const char* names[] = {"_search_by_meaning", "_ask_explore", "_blast_radius", "_untested"};
+      check(PyDict_SetItem(table.get(), text(row.key).get(), lookup(names[static_cast<int>(row.signal)]).get()));
+    }
+    bind("_SIGNALS", table);
+  }
+
+  void bind_annotations() {
+    check(PyDict_SetItemString(annotations_.get(), "NEXT_STEPS", text("dict[str, tuple[Hint, ...]]").get()));
+    check(PyDict_SetItemString(annotations_.get(), "_SIGNALS",
+                               text("dict[str, Callable[[Mapping[str, Any]], dict[str, Any] | None]]").get()));
+  }
+
+  // --- small helpers
+  void bind(const char* name, const Object& value) { check(PyDict_SetItemString(dict_, name, value.get())); }
+  Object lookup(const char* name) {
+    PyObject* found = PyDict_GetItemString(dict_, name);
+    if (!found) {
+      PyErr_Format(PyExc_NameError, "name '%s' is not defined", name);
+      fail();
+    }
+    return Object::borrow(found);
+  }
+  Object attr(const char* name, const char* attribute) {
+    return Object::steal(PyObject_GetAttrString(lookup(name).get(), attribute));
+  }
+  static Object call(const Object& function, std::initializer_list<Object> args) {
+    std::vector<PyObject*> stack{nullptr};
+    for (const Object& a : args) stack.push_back(a.get());
+    return Object::steal(
+        PyObject_Vectorcall(function.get(), stack.data() + 1, args.size() | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
+  }
+  static Object text(std::string_view s) {
+    return Object::steal(PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
+  }
+  static Object intern(std::string_view s) {
+    PyObject* t = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
+    if (t) PyUnicode_InternInPlace(&t);
+    return Object::steal(t);
+  }
+  static Object integer(long long n) { return Object::steal(PyLong_FromLongLong(n)); }
+  static Object tuple(const std::vector<Object>& items) {
+    Object t = Object::steal(PyTuple_New(static_cast<Py_ssize_t>(items.size())));
+    for (std::size_t i = 0; i < items.size(); ++i)
+      PyTuple_SET_ITEM(t.get(), static_cast<Py_ssize_t>(i), Object(items[i]).release());
+    return t;
+  }
+  static Object tuple(std::initializer_list<Object> items) { return tuple(std::vector<Object>(items)); }
+
+  PyObject* module_;
+  PyObject* dict_;
+  Object module_name_;
+  Object annotations_;
+};
+
+int exec_module(PyObject* module) {
+  try {
+    Loader(module).run();
+    return 0;
+  } catch (const HostError&) {
+    return -1;
+  } catch (const std::bad_alloc&) {
+    PyErr_NoMemory();
+    return -1;
+  }
+}
+
+int traverse(PyObject* module, visitproc visit, void* arg) {
+  if (State* s = state_slot(module)) {
+    int status = 0;
+    s->for_each_object([&](Object& o) {
+      if (!status && o) status = visit(o.get(), arg);
+    });
+    return status;
+  }
+  return 0;
+}
+
+int clear(PyObject* module) {
+  if (State* s = state_slot(module)) s->for_each_object([](Object& o) { o = Object(); });
+  return 0;
+}
+
+void free_module(void* module) {
+  State*& s = state_slot(static_cast<PyObject*>(module));
+  delete s;
+  s = nullptr;
+}
+
+PyModuleDef_Slot slots[] = {
+    {Py_mod_exec, reinterpret_cast<void*>(&exec_module)},
+    {0, nullptr},
+};
+
+PyModuleDef definition = {
+    PyModuleDef_HEAD_INIT,
+    "next_steps",
+    nullptr,
+    sizeof(State*),
+    nullptr,
+    slots,
+    traverse,
+    clear,
+    free_module,
+};
+
+}  // namespace
+}  // namespace host
+
+extern "C" __attribute__((visibility("default"))) PyObject* PyInit_next_steps() {
+  return PyModuleDef_Init(&host::definition);
+}

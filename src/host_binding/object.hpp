@@ -1,0 +1,51 @@
+// An owning reference to a host object, so that no early return or thrown
+// error can leak one, and the one way errors travel out of the logic.
+#pragma once
+
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+
+#include <utility>
+
+namespace host {
+
+// Thrown when the host's error indicator is set; caught at every entry from
+// the host, which then returns NULL.
+struct HostError {};
+
+[[noreturn]] inline void fail() { throw HostError{}; }
+
+class Object {
+ public:
+  Object() = default;
+  static Object steal(PyObject* p) {
+    if (!p) fail();
+    return Object(p);
+  }
+  static Object borrow(PyObject* p) {
+    Py_XINCREF(p);
+    return Object(p);
+  }
+  Object(const Object& o) : p_(o.p_) { Py_XINCREF(p_); }
+  Object(Object&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  Object& operator=(Object o) noexcept {
+    std::swap(p_, o.p_);
+    return *this;
+  }
+  ~Object() { Py_XDECREF(p_); }
+
+  PyObject* get() const { return p_; }
+  PyObject* release() { return std::exchange(p_, nullptr); }
+  explicit operator bool() const { return p_ != nullptr; }
+
+ private:
+  explicit Object(PyObject* p) : p_(p) {}
+  PyObject* p_ = nullptr;
+};
+
+// Checks a status code of the C API.
+inline void check(int status) {
+  if (status < 0) fail();
+}
+
+}  // namespace host

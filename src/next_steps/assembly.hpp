@@ -1,0 +1,58 @@
+// Step assembly: the tool's own steps, or the signal and the usual
+// follow-ups without repeated calls, capped, then trimmed by the budget and
+// stored as the answer's last key.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <unordered_set>
+
+#include "next_steps/encoding.hpp"
+#include "next_steps/model.hpp"
+#include "next_steps/tables.hpp"
+
+namespace next_steps {
+
+// The steps without a repeat of the same call (same tool and arguments,
+// whatever their order and reason); the first occurrence stays.
+template <class M>
+typename M::Value deduplicated(M& m, const typename M::Value& steps) {
+  using V = typename M::Value;
+  V kept = m.new_list();
+  std::unordered_set<std::string> seen;
+  m.for_each_item(steps, [&](const V& step) {
+    const V tool = m.get_item(step, Name::tool);
+    const V args = m.get_item(step, Name::args);
+    if (seen.insert(call_key(m, tool, args)).second) m.append(kept, step);
+    return true;
+  });
+  return kept;
+}
+
+template <class M>
+typename M::Value add_next_steps(M& m, const typename M::Value& response, const typename M::Value& tool,
+                                 const typename M::Value& action, const typename M::Value& arguments) {
+  using V = typename M::Value;
+  const V own = m.pop(response, Name::next_steps);
+  V steps;
+  std::int64_t keep = 1;
+  if (m.truthy(own)) {
+    steps = m.list_of(own);
+  } else {
+    const V given = m.is_null(arguments) ? m.new_dict() : arguments;
+    const V signal = m.template call<Fn::signals>(response, tool, action, given);
+    const V usual = m.template call<Fn::usual>(response, tool, action, given);
+    V all = m.list_of(signal);
+    m.for_each_item(usual, [&](const V& step) {
+      m.append(all, step);
+      return true;
+    });
+    steps = m.head(m.template call<Fn::deduplicated>(all), static_cast<std::size_t>(max_steps));
+    keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(m.length(signal)), max_steps));
+  }
+  steps = m.template call<Fn::within_share>(response, steps, m.make_int(keep));
+  if (m.truthy(steps)) m.set_item(response, Name::next_steps, steps);
+  return response;
+}
+
+}  // namespace next_steps

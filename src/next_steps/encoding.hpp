@@ -1,0 +1,199 @@
+// The two JSON texts of a value: the compact encoding, whose UTF-8 size is an
+// answer's size as the server sends it, and the call key, the sorted,
+// ASCII-escaped text of a step's [tool, args] that tells repeated calls.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "next_steps/model.hpp"
+#include "next_steps/text.hpp"
+
+namespace next_steps {
+
+// Counts the UTF-8 bytes of the compact text.
+struct SizeSink {
+  static constexpr bool sorted = false;
+  static constexpr bool counts = true;
+  static constexpr std::string_view item_sep = ",", key_sep = ":";
+  std::size_t bytes = 0;
+  bool surrogate = false;
+  void ascii(const char*, std::size_t n) { bytes += n; }
+  void ascii(std::string_view s) { bytes += s.size(); }
+  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate); }
+};
+
+// Writes the compact text as code points; only made to hand the host a text
+// whose encoding fails, so that the error it reports is its own.
+struct RawSink {
+  static constexpr bool sorted = false;
+  static constexpr bool counts = false;
+  static constexpr std::string_view item_sep = ",", key_sep = ":";
+  std::u32string text;
+  void ascii(const char* p, std::size_t n) { text.append(p, p + n); }
+  void ascii(std::string_view s) { ascii(s.data(), s.size()); }
+  void token(const StrView& s) { append_raw_token(text, s); }
+};
+
+// Writes the call key's text: sorted keys, ASCII escapes, spaced separators.
+struct KeySink {
+  static constexpr bool sorted = true;
+  static constexpr bool counts = false;
+  static constexpr std::string_view item_sep = ", ", key_sep = ": ";
+  std::string text;
+  void ascii(const char* p, std::size_t n) { text.append(p, n); }
+  void ascii(std::string_view s) { text.append(s); }
+  void token(const StrView& s) { append_ascii_token(text, s); }
+};
+
+template <class M, class Sink>
+class Writer {
+ public:
+  using Value = typename M::Value;
+  Writer(M& m, Sink& sink) : m_(m), sink_(sink) {}
+
+  void value(const Value& v) {
+    switch (m_.kind(v)) {
+      case Kind::null: return sink_.ascii("null");
+      case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
+      case Kind::str: return sink_.token(m_.str_view(v));
+      case Kind::integer: return integer(v);
+      case Kind::real: return real(m_.float_value(v));
+      case Kind::list:
+      case Kind::tuple: return sequence(v);
+      case Kind::dict: return mapping(v);
+      case Kind::other: {
+        const Value text = m_.text_form(v);
+        return sink_.token(m_.str_view(text));
+      }
+    }
+  }
+
+ private:
+  void integer(const Value& v) {
+    if constexpr (Sink::counts) {
+      sink_.bytes += m_.int_text_length(v);
+    } else {
+      scratch_.clear();
+      m_.int_text(v, scratch_);
+      sink_.ascii(scratch_);
+    }
+  }
+
+  void real(double d) {
+    char buf[32];
+    sink_.ascii(buf, float_text(d, buf));
+  }
+
+  // A key is written as a string token whatever its kind.
+  void key(const Value& k) {
+    switch (m_.kind(k)) {
+      case Kind::str: return sink_.token(m_.str_view(k));
+      case Kind::null: return sink_.ascii("\"null\"");
+      case Kind::boolean: return sink_.ascii(m_.bool_value(k) ? "\"true\"" : "\"false\"");
+      case Kind::integer:
+        if constexpr (Sink::counts) {
+          sink_.bytes += m_.int_text_length(k) + 2;
+          return;
+        } else {
+          sink_.ascii("\"");
+          integer(k);
+          return sink_.ascii("\"");
+        }
+      case Kind::real: {
+        char buf[32];
+        const std::size_t n = float_text(m_.float_value(k), buf);
+        sink_.ascii("\"");
+        sink_.ascii(buf, n);
+        return sink_.ascii("\"");
+      }
+      default:
+        m_.raise(ErrorKind::type, "keys must be str, int, float, bool or None, not " + m_.type_name(k));
+    }
+  }
+
+  // Containers being written, innermost last: a container met again inside
+  // itself is a circle, which the host refuses.
+  void enter(const Value& v) {
+    const void* id = m_.identity(v);
+    if (std::find(open_.begin(), open_.end(), id) != open_.end())
+      m_.raise(ErrorKind::value, "Circular reference detected");
+    open_.push_back(id);
+  }
+
+  void sequence(const Value& v) {
+    auto guard = m_.recursion_guard(" while encoding a JSON object");
+    enter(v);
+    sink_.ascii("[");
+    bool first = true;
+    m_.for_each_item(v, [&](const Value& item) {
+      if (!first) sink_.ascii(Sink::item_sep);
+      first = false;
+      value(item);
+      return true;
+    });
+    sink_.ascii("]");
+    open_.pop_back();
+  }
+
+  void entry(bool& first, const Value& k, const Value& item) {
+    if (!first) sink_.ascii(Sink::item_sep);
+    first = false;
+    key(k);
+    sink_.ascii(Sink::key_sep);
+    value(item);
+  }
+
+  void mapping(const Value& v) {
+    auto guard = m_.recursion_guard(" while encoding a JSON object");
+    enter(v);
+    sink_.ascii("{");
+    bool first = true;
+    if constexpr (Sink::sorted) {
+      for (const auto& [k, item] : m_.sorted_entries(v)) entry(first, k, item);
+    } else {
+      m_.for_each_entry(v, [&](const Value& k, const Value& item) {
+        entry(first, k, item);
+        return true;
+      });
+    }
+    sink_.ascii("}");
+    open_.pop_back();
+  }
+
+  M& m_;
+  Sink& sink_;
+  std::vector<const void*> open_;
+  std::string scratch_;
+};
+
+// UTF-8 bytes of the compact text of `v`.  A lone surrogate fails only after
+// the whole value was written, so that any other failure comes first.
+template <class M>
+std::int64_t encoded_size(M& m, const typename M::Value& v) {
+  SizeSink sink;
+  Writer<M, SizeSink>(m, sink).value(v);
+  if (sink.surrogate) {
+    RawSink raw;
+    Writer<M, RawSink>(m, raw).value(v);
+    m.raise_encode_error(raw.text);
+  }
+  return static_cast<std::int64_t>(sink.bytes);
+}
+
+// The call key of a step: the text of [tool, args].
+template <class M>
+std::string call_key(M& m, const typename M::Value& tool, const typename M::Value& args) {
+  KeySink sink;
+  Writer<M, KeySink> writer(m, sink);
+  sink.ascii("[");
+  writer.value(tool);
+  sink.ascii(", ");
+  writer.value(args);
+  sink.ascii("]");
+  return std::move(sink.text);
+}
+
+}  // namespace next_steps

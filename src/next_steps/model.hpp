@@ -1,0 +1,62 @@
+// The seam between the logic and the values it works on.  The logic is
+// written once against this concept; the native model (json_value.hpp) owns
+// its values in C++, the host model (host_binding/host_model.hpp) is a thin
+// view of the host's own objects.  Every operation behaves as the host's
+// would on the same value: lookups, iteration, truth, comparison, errors.
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "next_steps/text.hpp"
+#include "next_steps/vocabulary.hpp"
+
+namespace next_steps {
+
+template <class M>
+concept ValueModel = requires(M& m, const typename M::Value& v, std::string& text, std::u32string& raw) {
+  // An owning handle; copying shares the value (no deep copy).
+  typename M::Value;
+  { m.kind(v) } -> std::same_as<Kind>;
+  { m.is_null(v) } -> std::same_as<bool>;
+  { m.same(v, v) } -> std::same_as<bool>;
+  { m.identity(v) } -> std::same_as<const void*>;
+  { m.truthy(v) } -> std::same_as<bool>;  // the host's own truth test
+  { m.bool_value(v) } -> std::same_as<bool>;
+  { m.float_value(v) } -> std::same_as<double>;
+  { m.int_text_length(v) } -> std::same_as<std::size_t>;
+  m.int_text(v, text);
+  { m.str_view(v) } -> std::same_as<StrView>;
+  { m.text_form(v) } -> std::same_as<typename M::Value>;  // str() of any value
+  { m.type_name(v) } -> std::same_as<std::string>;
+  { m.equals_int(v, 0) } -> std::same_as<bool>;     // value == n
+  { m.less_than_int(v, 0) } -> std::same_as<bool>;  // value < n
+  { m.as_int(v) } -> std::same_as<typename M::Value>;  // int(value)
+  { m.length(v) } -> std::same_as<std::size_t>;
+  { m.get(v, Name::tool) } -> std::same_as<typename M::Value>;       // mapping.get(key)
+  { m.get_item(v, Name::tool) } -> std::same_as<typename M::Value>;  // mapping[key]
+  { m.pop(v, Name::tool) } -> std::same_as<typename M::Value>;       // d.pop(key, None)
+  m.set_item(v, Name::tool, v);
+  m.append(v, v);
+  { m.null() } -> std::same_as<typename M::Value>;
+  { m.make_bool(true) } -> std::same_as<typename M::Value>;
+  { m.make_str(std::string_view{}) } -> std::same_as<typename M::Value>;
+  { m.name(Name::tool) } -> std::same_as<typename M::Value>;
+  { m.new_dict() } -> std::same_as<typename M::Value>;
+  { m.new_list() } -> std::same_as<typename M::Value>;
+  { m.list_of(v) } -> std::same_as<typename M::Value>;         // list(iterable)
+  { m.head(v, std::size_t{}) } -> std::same_as<typename M::Value>;  // seq[:n]
+  { m.sorted_entries(v) } -> std::same_as<std::vector<std::pair<typename M::Value, typename M::Value>>>;
+  { m.is_hint_key(v) } -> std::same_as<bool>;
+  m.raise_encode_error(raw);
+  m.recursion_guard(" while encoding a JSON object");
+  // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
+  // in order, stopping when f returns false; call<F>(args...) calls through
+  // the module's namespace; raise(kind, message) never returns.
+};
+
+}  // namespace next_steps

@@ -1,0 +1,127 @@
+// The fixed vocabulary of follow-ups: the usual follow-up records, their rows
+// by tool and action, the signal rows, the hit lists, the hint fields and the
+// limits.  The host binding publishes the same data as host objects.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "next_steps/vocabulary.hpp"
+
+namespace next_steps {
+
+inline constexpr double hint_share = 0.15;
+inline constexpr std::int64_t hint_floor_bytes = 320;
+inline constexpr std::int64_t steps_key_bytes = 14;  // ,"next_steps":
+inline constexpr std::int64_t max_steps = 3;
+inline constexpr std::int64_t fan_in_for_impact = 8;
+inline constexpr std::int64_t max_step_files = 10;
+
+// The argument a usual follow-up takes from the answer, in the order of the
+// host's literal type.
+enum class Takes : unsigned char { fqn, path, query, component, changed_files, none };
+inline constexpr std::array<std::string_view, 5> takes_texts = {"fqn", "path", "query", "component",
+                                                                "changed_files"};
+constexpr std::string_view text_of(Takes t) { return takes_texts[static_cast<std::size_t>(t)]; }
+
+struct HintRecord {
+  std::string_view tool;
+  std::string_view reason;
+  std::string_view action;  // empty: no action
+  Takes takes;
+  std::string_view shared_name;  // the module constant that holds it, if any
+};
+
+// Every distinct record; rows refer to them by index, so a shared record is
+// the same object wherever it stands.
+inline constexpr std::array<HintRecord, 11> hint_records = {{
+    {"symbol", "Details of the best hit", "detail", Takes::fqn, "_DETAIL"},
+    {"symbol", "Who calls the best hit", "callers", Takes::fqn, "_CALLERS"},
+    {"symbol", "Every use of it", "references", Takes::fqn, "_REFERENCES"},
+    {"file", "Symbols of the first file", "symbols", Takes::path, "_FILE_SYMBOLS"},
+    {"tests", "Tests to run for these files", "recommended", Takes::changed_files, "_CHANGED_TESTS"},
+    {"architecture", "The components of the code", "components", Takes::none, ""},
+    {"tests", "Its file's tests", "for_file", Takes::path, ""},
+    {"file", "What it imports", "imports", Takes::path, ""},
+    {"architecture", "What it depends on", "dependencies", Takes::component, ""},
+    {"context", "Context for reviewing the changes", "delta", Takes::none, ""},
+    {"symbol", "Check it has no references", "references", Takes::fqn, ""},
+}};
+inline constexpr std::size_t shared_hint_count = 5;
+
+namespace hint_index {
+enum : unsigned char { detail, callers, references, file_symbols, changed_tests, components, file_tests,
+                       imports, dependencies, delta, no_references };
+}
+
+struct Row {
+  std::string_view key;
+  std::array<unsigned char, 3> hints;
+  std::size_t size;
+  std::span<const unsigned char> items() const { return {hints.data(), size}; }
+};
+
+inline constexpr std::array<Row, 20> next_steps_rows = {{
+    {"status", {hint_index::components}, 1},
+    {"search", {hint_index::detail, hint_index::callers}, 2},
+    {"search:code", {hint_index::file_symbols}, 1},
+    {"symbol", {hint_index::references, hint_index::callers}, 2},
+    {"symbol:detail", {hint_index::callers, hint_index::references, hint_index::file_tests}, 3},
+    {"symbol:callers", {hint_index::references}, 1},
+    {"symbol:references", {hint_index::callers}, 1},
+    {"file", {hint_index::detail, hint_index::imports}, 2},
+    {"file:imports", {hint_index::file_symbols}, 1},
+    {"file:related", {hint_index::file_symbols}, 1},
+    {"files", {hint_index::file_symbols}, 1},
+    {"architecture", {hint_index::dependencies}, 1},
+    {"git", {hint_index::changed_tests, hint_index::delta}, 2},
+    {"git:hotspots", {hint_index::file_symbols}, 1},
+    {"quality", {hint_index::no_references}, 1},
+    {"quality:impact", {hint_index::changed_tests}, 1},
+    {"quality:circular_deps", {}, 0},
+    {"quality:duplicates", {hint_index::detail}, 1},
+    {"context", {hint_index::changed_tests}, 1},
+    {"tests", {hint_index::file_symbols}, 1},
+}};
+
+inline const Row* find_row(std::string_view key) {
+  for (const Row& row : next_steps_rows)
+    if (row.key == key) return &row;
+  return nullptr;
+}
+
+enum class Signal : unsigned char { search_by_meaning, ask_explore, blast_radius, untested };
+
+struct SignalRow {
+  std::string_view key;
+  Signal signal;
+};
+
+inline constexpr std::array<SignalRow, 7> signal_rows = {{
+    {"search:symbols", Signal::search_by_meaning},
+    {"search:code", Signal::search_by_meaning},
+    {"search:definition", Signal::search_by_meaning},
+    {"search:semantic", Signal::ask_explore},
+    {"symbol:callers", Signal::blast_radius},
+    {"symbol:references", Signal::blast_radius},
+    {"tests:for_file", Signal::untested},
+}};
+
+inline std::optional<Signal> find_signal(std::string_view key) {
+  for (const SignalRow& row : signal_rows)
+    if (row.key == key) return row.signal;
+  return std::nullopt;
+}
+
+inline constexpr std::array<Name, 10> hit_lists = {Name::symbols,      Name::results, Name::matches,
+                                                   Name::definitions,  Name::callers, Name::references,
+                                                   Name::dead_symbols, Name::files,   Name::tests,
+                                                   Name::components};
+
+inline constexpr std::array<std::string_view, 7> hint_keys = {"tip",   "next_steps", "note", "notes",
+                                                              "tips",  "hints",      "hint"};
+
+}  // namespace next_steps

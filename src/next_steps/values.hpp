@@ -1,0 +1,52 @@
+// Null-free copies of answers, and the step record.
+#pragma once
+
+#include <initializer_list>
+#include <utility>
+
+#include "next_steps/model.hpp"
+
+namespace next_steps {
+
+// A copy without the dict fields that are null, at any depth; tuples become
+// lists, every other value is shared.  The recursion goes through the
+// namespace (resolved once per container), so a rebound name is honoured.
+template <class M>
+typename M::Value without_null_fields(M& m, const typename M::Value& v) {
+  using V = typename M::Value;
+  const Kind kind = m.kind(v);
+  if (kind != Kind::dict && kind != Kind::list && kind != Kind::tuple) return v;
+  auto guard = m.recursion_guard("");
+  auto inner = m.template resolve<Fn::without_null_fields>();
+  auto copy_of = [&](const V& item) {
+    const Kind k = m.kind(item);
+    if (inner.own && k != Kind::dict && k != Kind::list && k != Kind::tuple) return item;
+    return m.invoke(inner, item);
+  };
+  V copy = kind == Kind::dict ? m.new_dict() : m.new_list();
+  if (kind == Kind::dict) {
+    m.for_each_entry(v, [&](const V& key, const V& item) {
+      if (!m.is_null(item)) m.set_item(copy, key, copy_of(item));
+      return true;
+    });
+  } else {
+    m.for_each_item(v, [&](const V& item) {
+      m.append(copy, copy_of(item));
+      return true;
+    });
+  }
+  return copy;
+}
+
+// One next step: {"tool", "args", "reason"}, the arguments in the order given.
+template <class M>
+typename M::Value make_step(M& m, const typename M::Value& tool, const typename M::Value& reason,
+                            const typename M::Value& args) {
+  auto step = m.new_dict();
+  m.set_item(step, Name::tool, tool);
+  m.set_item(step, Name::args, args);
+  m.set_item(step, Name::reason, reason);
+  return step;
+}
+
+}  // namespace next_steps
