@@ -245,6 +245,20 @@ class HostModel {
     else
       check(PyObject_SetItem(dict.get(), key.get(), value.get()));
   }
+  // A new plain dict or list with the same entries or items, made without
+  // host code for an exact dict, list or tuple; none for a subclass, whose
+  // own items() or iteration must be honoured.
+  std::optional<Object> plain_copy(const Object& v) const {
+    PyObject* o = v.get();
+    if (PyDict_CheckExact(o)) return Object::steal(PyDict_Copy(o));
+    if (PyList_CheckExact(o)) return Object::steal(PyList_GetSlice(o, 0, PyList_GET_SIZE(o)));
+    if (PyTuple_CheckExact(o)) return Object::steal(PySequence_List(o));
+    return std::nullopt;
+  }
+  void del_item(const Object& dict, const Object& key) const { check(PyDict_DelItem(dict.get(), key.get())); }
+  void set_index(const Object& list, std::size_t i, const Object& item) const {
+    check(PyList_SetItem(list.get(), static_cast<Py_ssize_t>(i), Object(item).release()));
+  }
   void append(const Object& list, const Object& item) const { check(PyList_Append(list.get(), item.get())); }
   Object new_dict() const { return Object::steal(PyDict_New()); }
   Object new_list() const { return Object::steal(PyList_New(0)); }

@@ -272,6 +272,14 @@ class NativeModel {
     dict->entries.emplace_back(key, value);
   }
   void append(const Json& list, const Json& item) const { list->items.push_back(item); }
+  std::optional<Json> plain_copy(const Json& v) const {
+    if (v->kind == Kind::dict) return json::dict(v->entries);
+    return json::list(v->items);
+  }
+  void del_item(const Json& dict, const Json& key) const {
+    std::erase_if(dict->entries, [&](const auto& e) { return equal_keys(e.first, key); });
+  }
+  void set_index(const Json& list, std::size_t i, const Json& item) const { list->items[i] = item; }
   Json new_dict() const { return json::dict(); }
   Json new_list() const { return json::list(); }
   Json list_of(const Json& v) {

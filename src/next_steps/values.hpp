@@ -18,11 +18,34 @@ typename M::Value without_null_fields(M& m, const typename M::Value& v) {
   if (kind != Kind::dict && kind != Kind::list && kind != Kind::tuple) return v;
   auto guard = m.recursion_guard("");
   auto inner = m.template resolve<Fn::without_null_fields>();
-  auto copy_of = [&](const V& item) {
+  auto is_container = [&](const V& item) {
     const Kind k = m.kind(item);
-    if (inner.own && k != Kind::dict && k != Kind::list && k != Kind::tuple) return item;
-    return m.invoke(inner, item);
+    return k == Kind::dict || k == Kind::list || k == Kind::tuple;
   };
+  // Leaves are shared: the own function would hand them back unchanged.
+  auto needs_call = [&](const V& item) { return !inner.own || is_container(item); };
+  if (auto copy = m.plain_copy(v)) {
+    // The container copied whole by the model; only null fields and inner
+    // containers need work.
+    if (kind == Kind::dict) {
+      m.for_each_entry(v, [&](const V& key, const V& item) {
+        if (m.is_null(item))
+          m.del_item(*copy, key);
+        else if (needs_call(item))
+          m.set_item(*copy, key, m.invoke(inner, item));
+        return true;
+      });
+    } else {
+      std::size_t index = 0;
+      m.for_each_item(v, [&](const V& item) {
+        if (needs_call(item)) m.set_index(*copy, index, m.invoke(inner, item));
+        ++index;
+        return true;
+      });
+    }
+    return *copy;
+  }
+  auto copy_of = [&](const V& item) { return needs_call(item) ? m.invoke(inner, item) : item; };
   V copy = kind == Kind::dict ? m.new_dict() : m.new_list();
   if (kind == Kind::dict) {
     m.for_each_entry(v, [&](const V& key, const V& item) {
