@@ -1,0 +1,243 @@
+"""Answer sizes and call keys must be exactly those of the host's JSON writer.
+
+The hint budget trims steps by the byte count of the text that the agent
+receives, and step assembly drops repeated calls by their sorted JSON text, so
+``json.dumps`` is the arbiter: on success the same count, on failure the same
+error kind and message.
+"""
+
+import enum
+import json
+import sys
+from collections import namedtuple
+
+import pytest
+from hypothesis import HealthCheck, given, settings
+from hypothesis import strategies as st
+
+
+def compact_size(value):
+    text = json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str)
+    return len(text.encode())
+
+
+def dedupe(steps):
+    seen, kept = set(), []
+    for one in steps:
+        key = json.dumps([one["tool"], one["args"]], sort_keys=True, default=str)
+        if key not in seen:
+            seen.add(key)
+            kept.append(one)
+    return kept
+
+
+def outcome(function, *args):
+    """What a call gives: its result, or the kind and text of its error."""
+    try:
+        return ("value", function(*args))
+    except Exception as error:
+        return (type(error), str(error))
+
+
+class Text:
+    """Known to the encodings only by its text form."""
+
+    def __init__(self, text):
+        self.text = text
+
+    def __str__(self):
+        return self.text
+
+
+class NoText:
+    def __str__(self):
+        raise RuntimeError("no text form")
+
+
+class WrongText:
+    def __str__(self):
+        return 42  # str() refuses it with TypeError
+
+
+class Huge(int):
+    """An int too long for str(); its repr stays printable in reports."""
+
+    def __repr__(self):
+        return "Huge(...)"
+
+
+class Name(str):
+    """Written as its own characters, whatever its str() says."""
+
+    def __str__(self):
+        return "not this"
+
+
+class Ratio(float):
+    def __repr__(self):
+        return "not this"
+
+
+Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
+Answer = type("Answer", (dict,), {})
+Rows = type("Rows", (list,), {})
+Pair = namedtuple("Pair", "first second")
+HUGE_INT = Huge(10 ** (sys.get_int_max_str_digits() + 1))
+
+SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
+SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
+                  sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
+
+plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
+texts = st.one_of(plain_texts, plain_texts.map(Name))
+ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), st.sampled_from(list(Level)))
+floats = st.one_of(st.floats(), st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
+others = st.one_of(
+    texts.map(Text),
+    st.frozensets(st.integers(0, 9), max_size=3).map(set),
+    st.binary(max_size=6),
+    st.complex_numbers(allow_nan=False, max_magnitude=1e6),
+)
+keys = st.one_of(texts, st.integers(), st.floats(), st.booleans(), st.none(), st.sampled_from(list(Level)))
+leaves = st.one_of(st.none(), st.booleans(), ints, floats, texts, others)
+
+
+def containers(children):
+    items = st.lists(children, max_size=4)
+    entries = st.dictionaries(keys, children, max_size=4)
+    pairs = st.tuples(children, children).map(lambda pair: Pair(*pair))
+    return st.one_of(items, items.map(tuple), items.map(Rows), pairs, entries, entries.map(Answer))
+
+
+values = st.recursive(leaves, containers, max_leaves=25)
+
+# Values that the writer refuses, placed among ordinary values.
+poisons = st.sampled_from(
+    ["\ud800", "a\udfffb", Text("\udc00"), NoText(), WrongText(), HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}]
+)
+poisoned_values = st.recursive(st.one_of(leaves, poisons), containers, max_leaves=12)
+
+SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
+
+
+@settings(max_examples=1500, **SLOW)
+@given(values)
+def test_size_is_the_byte_count_of_the_compact_text(ns, value):
+    assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
+
+
+@settings(max_examples=800, **SLOW)
+@given(poisoned_values)
+def test_refused_values_fail_as_the_writer_fails(ns, value):
+    # The writer makes the whole text before encoding it, so any other failure
+    # wins over a lone surrogate, and the surrogate's position is in the text.
+    assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
+
+
+@pytest.mark.parametrize(
+    "value, size",
+    [("é", 4), ("😀", 6), (1e16, 5), (True, 4), ({"tip": "x", 1: 4}, 17), ({1, 2}, 8),
+     ([{"tool": "symbol", "args": {"action": "detail", "fqn": "pkg.mod.f"}, "reason": "Details of the best hit"}], 99)],
+)
+def test_known_sizes(ns, value, size):
+    assert ns._encoded_size(value) == size
+
+
+def _circular_list():
+    items = ["x"]
+    items.append(items)
+    return items
+
+
+def _nested(depth):
+    value = []
+    for _ in range(depth):
+        value = [value]
+    return value
+
+
+class Masked(dict):
+    """Its entries are what its items() says."""
+
+    def items(self):
+        return [(key, value) for key, value in super().items() if not key.startswith("_")]
+
+
+circular_dict = {"rows": []}
+circular_dict["rows"].append({"up": circular_dict})
+ODD_VALUES = {
+    "lone-surrogate": "\ud800",
+    "surrogates-position": ["ok", "é\ud83dx\ude00", "\udfff"],
+    "surrogate-in-key": {"\udbff": 1},
+    "surrogate-in-text-form": Text("\ud800"),
+    "circular-list": _circular_list(),
+    "circular-dict": circular_dict,
+    "tuple-key": {(1, 2): 3},
+    "failing-str": [NoText()],
+    "str-not-a-string": [WrongText()],
+    "int-too-long": HUGE_INT,
+    "int-key-too-long": {HUGE_INT: 1},
+    "surrogate-then-tuple-key": ["\ud800", {(1,): 2}],
+    "surrogate-then-failing-str": ["\ud800", NoText()],
+    "surrogate-then-long-int": ["\ud800", HUGE_INT],
+    "surrogate-then-circle": ["\ud800", _circular_list()],
+    "too-deep": _nested(100_000),
+    "deep-but-fine": _nested(500),
+    "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50}),
+}
+
+
+@pytest.mark.parametrize("value", ODD_VALUES.values(), ids=ODD_VALUES.keys())
+def test_odd_values_match_the_writer(ns, value):
+    assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
+
+
+# Call keys: a small vocabulary so that repeated calls are frequent.
+ARG_VALUES = ["a", "é", 1, 1.0, True, None, ("a",), ["a"], Text("a"), {1: "x"}, {"1": "x"},
+              {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800"]
+steps = st.builds(
+    lambda tool, args, reason: {"tool": tool, "args": args, "reason": reason},
+    st.sampled_from(["symbol", "file"]),
+    st.dictionaries(st.sampled_from(["action", "fqn", "path"]), st.sampled_from(ARG_VALUES), max_size=3),
+    st.sampled_from(["r1", "r2"]),
+)
+
+
+@settings(max_examples=600, **SLOW)
+@given(st.lists(steps, max_size=8))
+def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
+    kept = ns._deduplicated(given_steps)
+    expected = dedupe(given_steps)
+    assert kept == expected
+    assert all(mine is theirs for mine, theirs in zip(kept, expected, strict=True))
+
+
+def _step(tool, args, reason="r"):
+    return {"tool": tool, "args": args, "reason": reason}
+
+
+def test_argument_order_and_reason_do_not_make_another_call(ns):
+    first = _step("symbol", {"fqn": "x", "action": "detail"}, "first")
+    steps_list = [first, _step("symbol", {"action": "detail", "fqn": "x"}, "second"), _step("t", {1: "x"}),
+                  _step("t", {None: "x"})]
+    kept = ns._deduplicated(steps_list)
+    assert [id(one) for one in kept] == [id(first), id(steps_list[2]), id(steps_list[3])]
+
+
+BAD_STEPS = {
+    "unsortable-keys": _step("t", {"a": 1, 1: 2}),
+    "null-key-beside-text": _step("t", {"a": 1, None: 2}),
+    "tuple-key": _step("t", {(1, 2): 3}),
+    "failing-str": _step("t", {"o": NoText()}),
+    "circular": _step("t", [_circular_list()]),
+    "no-tool": {"args": {}, "reason": "r"},
+    "no-args": {"tool": "t", "reason": "r"},
+}
+
+
+@pytest.mark.parametrize("bad_step", BAD_STEPS.values(), ids=BAD_STEPS.keys())
+def test_call_key_failures_escape(ns, bad_step):
+    steps_list = [_step("t", {}), bad_step]
+    expected = outcome(dedupe, steps_list)[0]
+    assert expected != "value"
+    assert outcome(ns._deduplicated, steps_list)[0] is expected
