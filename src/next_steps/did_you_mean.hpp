@@ -7,20 +7,28 @@
 
 namespace next_steps {
 
+// The lookup's candidates, or a new empty list when it failed (logged).
+template <Fn Lookup, class M>
+typename M::Value nearest(M& m, const typename M::Value& repository, const typename M::Value& wanted,
+                          const char* failure) {
+  auto looked_up = m.template try_call<Lookup>(repository, wanted);
+  if (looked_up) return *looked_up;
+  m.warn_failure(failure, wanted);
+  return m.new_list();
+}
+
 template <class M>
-typename M::Value one_step_list(M& m, const typename M::Value& step) {
+void set_only_step(M& m, const typename M::Value& response, const typename M::Value& step) {
   auto steps = m.new_list();
   m.append(steps, step);
-  return steps;
+  m.set_item(response, Name::next_steps, steps);
 }
 
 template <class M>
 typename M::Value suggest_symbols(M& m, const typename M::Value& response, const typename M::Value& repository,
                                   const typename M::Value& wanted, const typename M::Value& action) {
   using V = typename M::Value;
-  auto looked_up = m.template try_call<Fn::nearest_symbols>(repository, wanted);
-  if (!looked_up) m.warn_failure("Looking for symbols near %r failed", wanted);
-  const V candidates = looked_up ? *looked_up : m.new_list();
+  const V candidates = nearest<Fn::nearest_symbols>(m, repository, wanted, "Looking for symbols near %r failed");
   m.set_item(response, Name::found, m.make_bool(false));
   V dicts = m.new_list();
   m.for_each_item(candidates, [&](const V& candidate) {
@@ -41,7 +49,7 @@ typename M::Value suggest_symbols(M& m, const typename M::Value& response, const
     step = m.call_step(m.name(Name::search), reason,
                        {{Name::action, m.name(Name::symbols)}, {Name::query, m.truthy(guessed) ? guessed : wanted}});
   }
-  m.set_item(response, Name::next_steps, one_step_list(m, step));
+  set_only_step(m, response, step);
   return response;
 }
 
@@ -49,9 +57,7 @@ template <class M>
 typename M::Value suggest_paths(M& m, const typename M::Value& response, const typename M::Value& repository,
                                 const typename M::Value& wanted, const typename M::Value& action) {
   using V = typename M::Value;
-  auto looked_up = m.template try_call<Fn::nearest_paths>(repository, wanted);
-  if (!looked_up) m.warn_failure("Looking for files near %r failed", wanted);
-  const V candidates = looked_up ? *looked_up : m.new_list();
+  const V candidates = nearest<Fn::nearest_paths>(m, repository, wanted, "Looking for files near %r failed");
   m.set_item(response, Name::found, m.make_bool(false));
   m.set_item(response, Name::did_you_mean, candidates);
   V step;
@@ -64,7 +70,7 @@ typename M::Value suggest_paths(M& m, const typename M::Value& response, const t
     const V reason = m.join({m.literal("No indexed file is near "), m.text_form(wanted)});
     step = m.call_step(m.name(Name::files), reason, {});
   }
-  m.set_item(response, Name::next_steps, one_step_list(m, step));
+  set_only_step(m, response, step);
   return response;
 }
 
