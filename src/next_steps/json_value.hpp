@@ -234,6 +234,12 @@ class NativeModel {
         if (!f(entry.first)) return;
       return;
     }
+    if (v->kind == Kind::str) {  // its characters, as one-character strings
+      const std::u32string text = v->text;
+      for (char32_t c : text)
+        if (!f(json::str32(std::u32string(1, c)))) return;
+      return;
+    }
     if (v->kind != Kind::list && v->kind != Kind::tuple)
       raise(ErrorKind::type, "'" + type_name(v) + "' object is not iterable");
     const auto items = v->items;
@@ -420,7 +426,9 @@ class NativeModel {
   // in long double, which holds every integer the tests meet exactly.
   static int compare_numbers(const Json& a, const Json& b) {
     if (a->kind != Kind::real && b->kind != Kind::real) return compare_digits(digits_of(a), digits_of(b));
-    auto value = [](const Json& v) { return v->kind == Kind::real ? static_cast<long double>(v->number) : std::stold(digits_of(v)); };
+    auto value = [](const Json& v) {
+      return v->kind == Kind::real ? static_cast<long double>(v->number) : std::strtold(digits_of(v).c_str(), nullptr);
+    };
     const long double x = value(a), y = value(b);
     return x < y ? -1 : x > y;
   }
