@@ -1,0 +1,85 @@
+"""A large answer end to end: hundreds of hits, nested hint fields, a freshness block.
+
+The budget is recomputed here from json.dumps alone, so the module's sizes,
+hint count and trimming are checked against the host's own text.
+"""
+
+import json
+
+import pytest
+
+
+def compact_size(value):
+    return len(json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str).encode())
+
+
+def hint_bytes(value):
+    keys = {"tip", "tips", "hint", "hints", "note", "notes", "next_steps"}
+    if isinstance(value, dict):
+        return sum(compact_size(v) if k in keys else hint_bytes(v) for k, v in value.items())
+    if isinstance(value, list):
+        return sum(hint_bytes(v) for v in value)
+    return 0
+
+
+def kept_by_budget(answer, steps, keep):
+    size, hints = compact_size(answer), hint_bytes(answer)
+    while len(steps) > keep:
+        added = compact_size(steps) + 14
+        if hints + added <= max(0.15 * (size + added), 320):
+            break
+        steps = steps[:-1]
+    return steps
+
+
+def large_answer(rows, note):
+    return {
+        "query": "parse",
+        "total_count": rows,
+        "symbols": [
+            {
+                "fqn": f"pkg.m{i}.parse_{i}",
+                "kind": "function" if i else "module",
+                "file": f"src/pkg/m{i}.py",
+                "doc": None,
+                "span": (i, i + 3),
+                "extra": {"note": note * (i % 3), "hints": ["é", None]},
+            }
+            for i in range(rows)
+        ],
+        "tip": "Narrow the query",
+        "warnings": None,
+    }
+
+
+@pytest.mark.parametrize("rows, note", [(300, ""), (300, "stale "), (40, "stale index, rebuild " * 3)])
+def test_large_answer_is_finished_exactly(ns, monkeypatch, rows, note):
+    monkeypatch.setattr(ns, "is_code_symbol", lambda kind, file: kind == "function")
+    block = {"indexed_at": "2024-05-02T09:14:00Z", "stale_files": ["src/pkg/m1.py"], "wiki": None}
+    answer = large_answer(rows, note)
+    before = json.dumps(answer)
+
+    finished = ns.finish_answer(answer, "search", action="symbols", freshness=block)
+
+    assert json.dumps(answer) == before
+    assert list(finished) == ["query", "total_count", "symbols", "tip", "freshness", "next_steps"]
+    first = finished["symbols"][1]
+    assert list(first) == ["fqn", "kind", "file", "span", "extra"]
+    assert first["span"] == [1, 4] and type(first["span"]) is list
+    assert first["extra"]["hints"] == ["é", None]
+    assert finished["freshness"] is block
+    # The first hit is not code: the steps use the second one's fqn.
+    usual = [
+        {"tool": "symbol", "args": {"action": "detail", "fqn": "pkg.m1.parse_1"}, "reason": "Details of the best hit"},
+        {"tool": "symbol", "args": {"action": "callers", "fqn": "pkg.m1.parse_1"}, "reason": "Who calls the best hit"},
+    ]
+    without_steps = {k: v for k, v in finished.items() if k != "next_steps"}
+    assert finished["next_steps"] == kept_by_budget(without_steps, usual, 1)
+    assert compact_size(without_steps) == ns._encoded_size(without_steps)
+    assert hint_bytes(without_steps) == ns._hint_size(without_steps)
+
+
+def test_hints_over_the_room_keep_the_first_step(ns, monkeypatch):
+    monkeypatch.setattr(ns, "is_code_symbol", lambda kind, file: True)
+    finished = ns.finish_answer(large_answer(40, "stale index, rebuild " * 3), "search", action="symbols")
+    assert [s["args"]["action"] for s in finished["next_steps"]] == ["detail"]
