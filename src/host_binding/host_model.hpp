@@ -135,7 +135,7 @@ class HostModel {
   Object name(Name n) const { return state_.names[static_cast<std::size_t>(n)]; }
   // A constant text of the logic, made once per module.
   Object literal(std::string_view s) {
-    auto [it, added] = state_.literals.try_emplace(s.data());
+    auto [it, added] = state_.literals.try_emplace(s);
     if (added) {
       PyObject* text = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
       if (text) PyUnicode_InternInPlace(&text);

@@ -90,9 +90,12 @@ class Loader {
       if (!value) {
         if (!PyErr_ExceptionMatches(PyExc_AttributeError)) fail();
         PyErr_Clear();
-        Object file = Object::steal(PyObject_GetAttrString(module.get(), "__file__"));
-        Object message = Object::steal(PyUnicode_FromFormat("cannot import name '%s' from '%s' (%S)", name,
-                                                            module_name, file.get()));
+        PyObject* path = PyObject_GetAttrString(module.get(), "__file__");
+        if (!path) PyErr_Clear();
+        Object file = path ? Object::steal(path) : Object::borrow(Py_None);
+        Object message = Object::steal(
+            path ? PyUnicode_FromFormat("cannot import name '%s' from '%s' (%S)", name, module_name, path)
+                 : PyUnicode_FromFormat("cannot import name '%s' from '%s' (unknown location)", name, module_name));
         PyErr_SetImportError(message.get(), Object::steal(PyUnicode_FromString(module_name)).get(), file.get());
         fail();
       }
@@ -253,6 +256,9 @@ int exec_module(PyObject* module) {
     return -1;
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
+    return -1;
+  } catch (const std::exception& e) {
+    PyErr_SetString(PyExc_SystemError, e.what());
     return -1;
   }
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <string_view>
 #include <unordered_map>
 
 #include "host_binding/object.hpp"
@@ -22,7 +23,7 @@ struct State {
   std::array<Object, next_steps::function_names.size()> keywords;
   std::array<Object, next_steps::hint_keys.size()> hint_keys;
   Object get, items, pop, warning, exc_info;
-  std::unordered_map<const void*, Object> literals;  // by the address of the text
+  std::unordered_map<std::string_view, Object> literals;  // views of the logic's constant texts
 
   template <class F>
   void for_each_object(F&& f) {
