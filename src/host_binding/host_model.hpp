@@ -303,16 +303,12 @@ class HostModel {
     }
     return entries;
   }
+  // key in HINT_KEYS: only a string can be one, and the hint keys are ASCII.
   bool is_hint_key(const Object& key) const {
     PyObject* k = key.get();
-    if (!PyUnicode_Check(k)) return false;
-    for (const Object& h : state_.hint_keys) {
-      if (h.get() == k) return true;
-      if (PyUnicode_GET_LENGTH(h.get()) == PyUnicode_GET_LENGTH(k) && PyUnicode_KIND(k) == PyUnicode_1BYTE_KIND &&
-          std::memcmp(PyUnicode_DATA(h.get()), PyUnicode_DATA(k), static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))) == 0)
-        return true;
-    }
-    return false;
+    return PyUnicode_Check(k) && PyUnicode_IS_ASCII(k) &&
+           next_steps::is_hint_key_text({static_cast<const char*>(PyUnicode_DATA(k)),
+                                         static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))});
   }
   Object first(const Object& seq) const {
     Object zero = make_int(0);

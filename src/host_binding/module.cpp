@@ -72,7 +72,6 @@ class Loader {
     State& s = *state_slot(module_);
     for (std::size_t i = 0; i < ns::name_texts.size(); ++i) s.names[i] = intern(ns::name_texts[i]);
     for (std::size_t i = 0; i < ns::function_names.size(); ++i) s.function_names[i] = intern(ns::function_names[i]);
-    for (std::size_t i = 0; i < ns::hint_keys.size(); ++i) s.hint_keys[i] = intern(ns::hint_keys[i]);
     s.get = intern("get");
     s.items = intern("items");
     s.pop = intern("pop");
@@ -120,7 +119,7 @@ class Loader {
     bind("HINT_SHARE", Object::steal(PyFloat_FromDouble(ns::hint_share)));
     bind("HINT_FLOOR_BYTES", integer(ns::hint_floor_bytes));
     Object keys = Object::steal(PyFrozenSet_New(nullptr));
-    for (const Object& key : state_slot(module_)->hint_keys) check(PySet_Add(keys.get(), key.get()));
+    for (std::string_view key : ns::hint_keys) check(PySet_Add(keys.get(), intern(key).get()));
     bind("HINT_KEYS", keys);
     bind("_STEPS_KEY_BYTES", integer(ns::steps_key_bytes));
     bind("MAX_STEPS", integer(ns::max_steps));

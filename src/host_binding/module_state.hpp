@@ -21,7 +21,6 @@ struct State {
   std::array<Object, next_steps::function_names.size()> own;
   // Keyword names of the calls the logic makes with keywords.
   std::array<Object, next_steps::function_names.size()> keywords;
-  std::array<Object, next_steps::hint_keys.size()> hint_keys;
   Object get, items, pop, warning, exc_info;
   std::unordered_map<std::string_view, Object> literals;  // views of the logic's constant texts
 
@@ -30,7 +29,6 @@ struct State {
     for (Object& o : names) f(o);
     for (auto* group : {&function_names, &own, &keywords})
       for (Object& o : *group) f(o);
-    for (Object& o : hint_keys) f(o);
     for (Object* o : {&get, &items, &pop, &warning, &exc_info}) f(*o);
     for (auto& [key, o] : literals) f(o);
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
@@ -27,9 +28,14 @@ std::int64_t hint_size(M& m, const typename M::Value& v) {
   };
   std::int64_t total = 0;
   if (kind == Kind::dict) {
-    auto size = m.template resolve<Fn::encoded_size>();
+    std::optional<decltype(m.template resolve<Fn::encoded_size>())> size;  // most dicts hold no hint field
     m.for_each_entry(v, [&](const V& key, const V& item) {
-      total += m.is_hint_key(key) ? m.invoke(size, item) : walk(item);
+      if (!m.is_hint_key(key)) {
+        total += walk(item);
+      } else {
+        if (!size) size = m.template resolve<Fn::encoded_size>();
+        total += m.invoke(*size, item);
+      }
       return true;
     });
   } else {

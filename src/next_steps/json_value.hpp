@@ -314,7 +314,9 @@ class NativeModel {
     return entries;
   }
   bool is_hint_key(const Json& key) const {
-    return std::any_of(hint_keys.begin(), hint_keys.end(), [&](std::string_view k) { return str_equals(key, k); });
+    if (key->kind != Kind::str || std::any_of(key->text.begin(), key->text.end(), [](char32_t c) { return c > 0x7F; }))
+      return false;
+    return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
   Json first(const Json& seq) {
     if (seq->items.empty()) raise(ErrorKind::value, "list index out of range");

@@ -124,4 +124,11 @@ inline constexpr std::array<Name, 10> hit_lists = {Name::symbols,      Name::res
 inline constexpr std::array<std::string_view, 7> hint_keys = {"tip",   "next_steps", "note", "notes",
                                                               "tips",  "hints",      "hint"};
 
+// Whether a key's text is a hint field's; most keys differ in length alone.
+constexpr bool is_hint_key_text(std::string_view text) {
+  for (std::string_view key : hint_keys)
+    if (key.size() == text.size() && key == text) return true;
+  return false;
+}
+
 }  // namespace next_steps
