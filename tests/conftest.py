@@ -1,9 +1,5 @@
-"""Fixtures shared by the tests of the built module.
-
-The module reads its collaborators from its own namespace at every call, so a
-test swaps one by rebinding the name with ``monkeypatch.setattr(ns, ...)``;
-monkeypatch puts the module's own binding back when the test ends.
-"""
+"""The module reads its collaborators from its own namespace at every call, so
+a test swaps one by rebinding the name on the module; monkeypatch restores it."""
 
 import importlib
 
@@ -19,8 +15,7 @@ def ns():
 
 @pytest.fixture
 def freshness_calls(ns, monkeypatch):
-    """Replace ``add_freshness`` by a recorder that stores a given block under
-    ``freshness`` and leaves the answer alone for None."""
+    """A recording ``add_freshness`` that stores a block and ignores None."""
     calls = []
 
     def add_freshness(answer, block):
@@ -35,8 +30,7 @@ def freshness_calls(ns, monkeypatch):
 
 @pytest.fixture
 def code_kinds(ns, monkeypatch):
-    """Replace ``is_code_symbol`` by a double: every kind is code except
-    "module" and "doc". Returns the list of calls made."""
+    """A recording ``is_code_symbol``: every kind is code but "module" and "doc"."""
     calls = []
 
     def is_code_symbol(kind, file):

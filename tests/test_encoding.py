@@ -1,34 +1,17 @@
-"""Answer sizes and call keys must be exactly those of the host's JSON writer.
-
-The hint budget trims steps by the byte count of the text that the agent
-receives, and step assembly drops repeated calls by their sorted JSON text, so
-``json.dumps`` is the arbiter: on success the same count, on failure the same
-error kind and message.
+"""Answer sizes and call keys must be exactly those of the host's JSON writer:
+the budget counts the bytes the agent receives and repeated calls are told
+apart by their sorted JSON text, so json.dumps is the arbiter, failures included.
 """
 
 import enum
-import json
+import functools
 import sys
 from collections import namedtuple
 
 import pytest
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
-
-
-def compact_size(value):
-    text = json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str)
-    return len(text.encode())
-
-
-def dedupe(steps):
-    seen, kept = set(), []
-    for one in steps:
-        key = json.dumps([one["tool"], one["args"]], sort_keys=True, default=str)
-        if key not in seen:
-            seen.add(key)
-            kept.append(one)
-    return kept
+from reference import compact_size, dedupe
 
 
 def outcome(function, *args):
@@ -39,9 +22,7 @@ def outcome(function, *args):
         return (type(error), str(error))
 
 
-class Text:
-    """Known to the encodings only by its text form."""
-
+class Text:  # known to the encodings only by its text form
     def __init__(self, text):
         self.text = text
 
@@ -66,16 +47,9 @@ class Huge(int):
         return "Huge(...)"
 
 
-class Name(str):
-    """Written as its own characters, whatever its str() says."""
-
-    def __str__(self):
-        return "not this"
-
-
-class Ratio(float):
-    def __repr__(self):
-        return "not this"
+# Written as their own characters and value, whatever their str() or repr() says.
+Name = type("Name", (str,), {"__str__": lambda self: "not this"})
+Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
 
 
 Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
@@ -134,55 +108,19 @@ def test_refused_values_fail_as_the_writer_fails(ns, value):
     assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
 
 
-@pytest.mark.parametrize(
-    "value, size",
-    [("é", 4), ("😀", 6), (1e16, 5), (True, 4), ({"tip": "x", 1: 4}, 17), ({1, 2}, 8),
-     ([{"tool": "symbol", "args": {"action": "detail", "fqn": "pkg.mod.f"}, "reason": "Details of the best hit"}], 99)],
-)
-def test_known_sizes(ns, value, size):
-    assert ns._encoded_size(value) == size
-
-
-def _circular_list():
-    items = ["x"]
-    items.append(items)
-    return items
-
-
-def _nested(depth):
-    value = []
-    for _ in range(depth):
-        value = [value]
-    return value
-
-
 class Masked(dict):
-    """Its entries are what its items() says."""
-
     def items(self):
         return [(key, value) for key, value in super().items() if not key.startswith("_")]
 
 
-circular_dict = {"rows": []}
+circle, circular_dict = ["x"], {"rows": []}
+circle.append(circle)
 circular_dict["rows"].append({"up": circular_dict})
+# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items().
 ODD_VALUES = {
-    "lone-surrogate": "\ud800",
-    "surrogates-position": ["ok", "é\ud83dx\ude00", "\udfff"],
-    "surrogate-in-key": {"\udbff": 1},
-    "surrogate-in-text-form": Text("\ud800"),
-    "circular-list": _circular_list(),
+    "circular-list": circle,
     "circular-dict": circular_dict,
-    "tuple-key": {(1, 2): 3},
-    "failing-str": [NoText()],
-    "str-not-a-string": [WrongText()],
-    "int-too-long": HUGE_INT,
-    "int-key-too-long": {HUGE_INT: 1},
-    "surrogate-then-tuple-key": ["\ud800", {(1,): 2}],
-    "surrogate-then-failing-str": ["\ud800", NoText()],
-    "surrogate-then-long-int": ["\ud800", HUGE_INT],
-    "surrogate-then-circle": ["\ud800", _circular_list()],
-    "too-deep": _nested(100_000),
-    "deep-but-fine": _nested(500),
+    "too-deep": functools.reduce(lambda inner, _: [inner], range(100_000), []),
     "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50}),
 }
 
@@ -216,20 +154,10 @@ def _step(tool, args, reason="r"):
     return {"tool": tool, "args": args, "reason": reason}
 
 
-def test_argument_order_and_reason_do_not_make_another_call(ns):
-    first = _step("symbol", {"fqn": "x", "action": "detail"}, "first")
-    steps_list = [first, _step("symbol", {"action": "detail", "fqn": "x"}, "second"), _step("t", {1: "x"}),
-                  _step("t", {None: "x"})]
-    kept = ns._deduplicated(steps_list)
-    assert [id(one) for one in kept] == [id(first), id(steps_list[2]), id(steps_list[3])]
-
-
 BAD_STEPS = {
     "unsortable-keys": _step("t", {"a": 1, 1: 2}),
     "null-key-beside-text": _step("t", {"a": 1, None: 2}),
-    "tuple-key": _step("t", {(1, 2): 3}),
     "failing-str": _step("t", {"o": NoText()}),
-    "circular": _step("t", [_circular_list()]),
     "no-tool": {"args": {}, "reason": "r"},
     "no-args": {"tool": "t", "reason": "r"},
 }

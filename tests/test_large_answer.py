@@ -1,55 +1,17 @@
-"""A large answer end to end: hundreds of hits, nested hint fields, a freshness block.
-
-The budget is recomputed here from json.dumps alone, so the module's sizes,
-hint count and trimming are checked against the host's own text.
-"""
+"""A large answer end to end: hundreds of hits, nested hint fields, a freshness
+block, with the budget recomputed from json.dumps alone."""
 
 import json
 
 import pytest
-
-
-def compact_size(value):
-    return len(json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str).encode())
-
-
-def hint_bytes(value):
-    keys = {"tip", "tips", "hint", "hints", "note", "notes", "next_steps"}
-    if isinstance(value, dict):
-        return sum(compact_size(v) if k in keys else hint_bytes(v) for k, v in value.items())
-    if isinstance(value, list):
-        return sum(hint_bytes(v) for v in value)
-    return 0
-
-
-def kept_by_budget(answer, steps, keep):
-    size, hints = compact_size(answer), hint_bytes(answer)
-    while len(steps) > keep:
-        added = compact_size(steps) + 14
-        if hints + added <= max(0.15 * (size + added), 320):
-            break
-        steps = steps[:-1]
-    return steps
+from reference import compact_size, hint_size, within_share
 
 
 def large_answer(rows, note):
-    return {
-        "query": "parse",
-        "total_count": rows,
-        "symbols": [
-            {
-                "fqn": f"pkg.m{i}.parse_{i}",
-                "kind": "function" if i else "module",
-                "file": f"src/pkg/m{i}.py",
-                "doc": None,
-                "span": (i, i + 3),
-                "extra": {"note": note * (i % 3), "hints": ["é", None]},
-            }
-            for i in range(rows)
-        ],
-        "tip": "Narrow the query",
-        "warnings": None,
-    }
+    symbols = [{"fqn": f"pkg.m{i}.parse_{i}", "kind": "function" if i else "module", "file": f"src/pkg/m{i}.py",
+                "doc": None, "span": (i, i + 3), "extra": {"note": note * (i % 3), "hints": ["é", None]}}
+               for i in range(rows)]
+    return {"query": "parse", "total_count": rows, "symbols": symbols, "tip": "Narrow the query", "warnings": None}
 
 
 @pytest.mark.parametrize("rows, note", [(300, ""), (300, "stale "), (40, "stale index, rebuild " * 3)])
@@ -74,9 +36,9 @@ def test_large_answer_is_finished_exactly(ns, monkeypatch, rows, note):
         {"tool": "symbol", "args": {"action": "callers", "fqn": "pkg.m1.parse_1"}, "reason": "Who calls the best hit"},
     ]
     without_steps = {k: v for k, v in finished.items() if k != "next_steps"}
-    assert finished["next_steps"] == kept_by_budget(without_steps, usual, 1)
+    assert finished["next_steps"] == within_share(without_steps, usual, 1)
     assert compact_size(without_steps) == ns._encoded_size(without_steps)
-    assert hint_bytes(without_steps) == ns._hint_size(without_steps)
+    assert hint_size(without_steps) == ns._hint_size(without_steps)
 
 
 def test_hints_over_the_room_keep_the_first_step(ns, monkeypatch):

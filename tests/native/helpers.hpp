@@ -13,8 +13,8 @@
 namespace next_steps::testing {
 
 // Reads JSON text (without blanks) into native values.  Integers stay
-// integers, dict keys may be any value, and a \uXXXX escape that is not half
-// of a surrogate pair stays a lone code point, as a host string may hold one.
+// integers, dict keys may be any value, and a \uXXXX escape is one code
+// point, so that a lone surrogate can be written as a host string may hold one.
 class Reader {
  public:
   explicit Reader(std::string_view s) : s_(s) {}
@@ -31,10 +31,6 @@ class Reader {
   }
 
  private:
-  char32_t hex4() {
-    i_ += 6;
-    return static_cast<char32_t>(std::stoul(std::string(s_.substr(i_ - 4, 4)), nullptr, 16));
-  }
   std::u32string string() {
     std::u32string out;
     std::string raw;
@@ -46,15 +42,10 @@ class Reader {
       out += json::decode(raw);
       raw.clear();
       const char e = s_[i_ + 1];
-      if (e != 'u') {
-        out.push_back(e == 'n' ? U'\n' : e == 't' ? U'\t' : static_cast<char32_t>(e));
-        i_ += 2;
-        continue;
-      }
-      const char32_t unit = hex4();
-      const bool high = unit >= 0xD800 && unit < 0xDC00 && s_.substr(i_, 3) == "\\ud";
-      const char32_t low = high && s_[i_ + 3] >= 'c' ? hex4() : 0;
-      out.push_back(low ? 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00) : unit);
+      const bool hex = e == 'u';
+      out.push_back(hex ? static_cast<char32_t>(std::stoul(std::string(s_.substr(i_ + 2, 4)), nullptr, 16))
+                        : e == 't' ? U'\t' : static_cast<char32_t>(e));
+      i_ += hex ? 6 : 2;
     }
     ++i_;
     return out + json::decode(raw);
@@ -76,6 +67,9 @@ class Reader {
 };
 
 inline Json J(std::string_view text) { return Reader(text).value(); }
+
+// The text of a step as JSON, for literal expectations.
+#define STEP(tool, args, reason) R"({"tool":")" tool R"(","args":)" args R"(,"reason":")" reason R"("})"
 
 // The compact text of a value as UTF-8 (the text whose bytes are counted).
 inline std::string compact(NativeModel& m, const Json& v) {
