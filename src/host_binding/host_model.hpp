@@ -30,7 +30,7 @@ class HostModel {
  public:
   using Value = Object;
 
-  explicit HostModel(PyObject* module) : module_(module), state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
+  explicit HostModel(PyObject* module) : state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
 
   // --- kinds and scalars
   Kind kind(const Object& v) const {
@@ -53,7 +53,6 @@ class HostModel {
     return Kind::other;
   }
   bool is_null(const Object& v) const { return v.get() == Py_None; }
-  bool same(const Object& a, const Object& b) const { return a.get() == b.get(); }
   const void* identity(const Object& v) const { return v.get(); }
   bool truthy(const Object& v) const {
     PyObject* o = v.get();
@@ -442,8 +441,6 @@ class HostModel {
                                              args.size() ? keywords.get() : nullptr));
   }
 
-  PyObject* module() const { return module_; }
-
  private:
   Object int_repr(const Object& v) const { return Object::steal(PyLong_Type.tp_repr(v.get())); }
 
@@ -485,7 +482,6 @@ class HostModel {
     return {got[0], got[1]};
   }
 
-  PyObject* module_;
   State& state_;
   PyObject* dict_;
   Object failure_;

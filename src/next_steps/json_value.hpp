@@ -137,7 +137,6 @@ class NativeModel {
   // --- kinds and scalars
   Kind kind(const Json& v) const { return v->kind; }
   bool is_null(const Json& v) const { return v->kind == Kind::null; }
-  bool same(const Json& a, const Json& b) const { return a == b; }
   const void* identity(const Json& v) const { return v.get(); }
   bool truthy(const Json& v) const {
     switch (v->kind) {
@@ -201,7 +200,6 @@ class NativeModel {
   Json make_int(long long n) const { return json::integer(n); }
   Json null() const { return json::null(); }
   Json make_bool(bool b) const { return json::boolean(b); }
-  Json make_str(std::string_view s) const { return json::str(s); }
   Json literal(std::string_view s) const { return json::str(s); }
   Json name(Name n) const { return json::str(text_of(n)); }
   Json join(std::initializer_list<Json> parts) const {

@@ -23,7 +23,6 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   typename M::Value;
   { m.kind(v) } -> std::same_as<Kind>;
   { m.is_null(v) } -> std::same_as<bool>;
-  { m.same(v, v) } -> std::same_as<bool>;
   { m.identity(v) } -> std::same_as<const void*>;
   { m.truthy(v) } -> std::same_as<bool>;  // the host's own truth test
   { m.bool_value(v) } -> std::same_as<bool>;
@@ -44,7 +43,6 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   m.append(v, v);
   { m.null() } -> std::same_as<typename M::Value>;
   { m.make_bool(true) } -> std::same_as<typename M::Value>;
-  { m.make_str(std::string_view{}) } -> std::same_as<typename M::Value>;
   { m.name(Name::tool) } -> std::same_as<typename M::Value>;
   { m.new_dict() } -> std::same_as<typename M::Value>;
   { m.new_list() } -> std::same_as<typename M::Value>;

@@ -39,10 +39,10 @@ inline constexpr std::array<std::string_view, 42> name_texts = {
 
 constexpr std::string_view text_of(Name n) { return name_texts[static_cast<std::size_t>(n)]; }
 
-// Functions that the logic reaches through the module's namespace, so that a
-// name rebound by the host (a test double, a patched collaborator) is what
-// the next call uses.  The first group are the module's own functions; the
-// second, the collaborators of the sibling modules.
+// The names the logic reads from the module's namespace at each call, so
+// that a name rebound by the host (a test double, a patched collaborator) is
+// what the next call uses: first the module's own functions, then the
+// collaborators of the sibling modules and the logger.
 #define NEXT_STEPS_FUNCTIONS(X)                                                 \
   X(step, "step") X(without_null_fields, "without_null_fields")                 \
   X(add_next_steps, "_add_next_steps") X(signals, "_signals")                   \
