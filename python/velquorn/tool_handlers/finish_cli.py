@@ -15,6 +15,7 @@ import argparse
 import json
 import os
 import sys
+from dataclasses import dataclass
 from importlib import import_module, resources
 from types import ModuleType
 from typing import IO, Any, NoReturn
@@ -209,25 +210,28 @@ def _read_answer(source: str) -> dict[str, Any]:
     return value
 
 
-def _finish(
-    ns: ModuleType,
-    response: dict[str, Any],
-    tool: str,
-    action: str | None,
-    arguments: dict[str, Any] | None,
-    freshness: dict[str, Any] | None,
-) -> dict[str, Any]:
-    try:
-        finished: dict[str, Any] = ns.finish_answer(
-            response, tool, action=action, arguments=arguments, freshness=freshness
-        )
-    except RecursionError:
-        raise UsageError("the answer is nested too deeply") from None
-    except (KeyError, TypeError, ValueError) as error:
-        # What JSON can still get wrong for the module: a lone surrogate
-        # (no UTF-8 form), or own next_steps that are not a list of steps.
-        raise UsageError(f"cannot finish the answer: {type(error).__name__}: {_one_line(error)}") from None
-    return finished
+@dataclass(frozen=True)
+class _Request:
+    """One answer to finish, with what the server would pass along with it."""
+
+    response: dict[str, Any]
+    tool: str
+    action: str | None = None
+    arguments: dict[str, Any] | None = None
+    freshness: dict[str, Any] | None = None
+
+    def finish(self, ns: ModuleType) -> dict[str, Any]:
+        try:
+            finished: dict[str, Any] = ns.finish_answer(
+                self.response, self.tool, action=self.action, arguments=self.arguments, freshness=self.freshness
+            )
+        except RecursionError:
+            raise UsageError("the answer is nested too deeply") from None
+        except (KeyError, TypeError, ValueError) as error:
+            # What JSON can still get wrong for the module: a lone surrogate
+            # (no UTF-8 form), or own next_steps that are not a list of steps.
+            raise UsageError(f"cannot finish the answer: {type(error).__name__}: {_one_line(error)}") from None
+        return finished
 
 
 def _step_text(step: Any) -> str:
@@ -237,15 +241,7 @@ def _step_text(step: Any) -> str:
     return repr(step)
 
 
-def _explanation(
-    ns: ModuleType,
-    response: dict[str, Any],
-    tool: str,
-    action: str | None,
-    arguments: dict[str, Any] | None,
-    freshness: dict[str, Any] | None,
-    finished: dict[str, Any],
-) -> list[str]:
+def _explanation(ns: ModuleType, request: _Request, finished: dict[str, Any]) -> list[str]:
     """The budget figures of a finished answer, and why each step stayed or went.
 
     Step assembly is run again step by step on a copy in the state that
@@ -258,8 +254,9 @@ def _explanation(
     hints = ns._hint_size(answer)
     share, floor, key_bytes, cap = ns.HINT_SHARE, ns.HINT_FLOOR_BYTES, ns._STEPS_KEY_BYTES, ns.MAX_STEPS
 
-    copy = ns.without_null_fields(response)
-    ns.add_freshness(copy, freshness)
+    tool, action, arguments = request.tool, request.action, request.arguments
+    copy = ns.without_null_fields(request.response)
+    ns.add_freshness(copy, request.freshness)
     own = copy.pop("next_steps", None)
     fates: list[tuple[str, Any, str]] = []  # (source, step, why it went) in the order considered
     if own:
@@ -333,22 +330,21 @@ def _run_examples(ns: ModuleType, indent: bool, explain: bool) -> int:
 
     repository = Repository.from_dict(_bundled("repository.json"))
     for number, example in enumerate(_bundled("examples.json"), 1):
-        response = example["answer"]
-        tool, action, arguments = example["tool"], example.get("action"), example.get("arguments")
         freshness = freshness_block(**example["freshness"]) if "freshness" in example else None
+        request = _Request(example["answer"], example["tool"], example.get("action"), example.get("arguments"), freshness)
         miss = example.get("miss")
         if miss is not None:
             # A handler answers its own miss first; the step it writes is then
             # the tool's own step for finish_answer.
             suggest = ns.suggest_symbols if miss["kind"] == "symbols" else ns.suggest_paths
-            suggest(response, repository, miss["wanted"], action)
-        finished = ns.finish_answer(response, tool, action=action, arguments=arguments, freshness=freshness)
+            suggest(request.response, repository, miss["wanted"], request.action)
+        finished = request.finish(ns)
         if number > 1:
             _write(sys.stdout, "")
         _write(sys.stdout, f"# {number}. {example['title']}")
         _write(sys.stdout, _dump(finished, indent))
         if explain:
-            lines = _explanation(ns, response, tool, action, arguments, freshness, finished)
+            lines = _explanation(ns, request, finished)
             _write(sys.stderr, "\n".join([f"# {number}. {example['title']}", *lines, ""]))
     return 0
 
@@ -365,15 +361,14 @@ def _run(options: argparse.Namespace) -> int:
         return _run_examples(_next_steps(), options.indent, options.explain)
     if options.tool is None:
         raise UsageError("--tool is required to finish an answer")
-    response = _read_answer(options.answer or "-")
+    request = _Request(
+        _read_answer(options.answer or "-"), options.tool, options.action, options.arguments, options.freshness
+    )
     ns = _next_steps()
-    finished = _finish(ns, response, options.tool, options.action, options.arguments, options.freshness)
+    finished = request.finish(ns)
     _write(sys.stdout, _dump(finished, options.indent))
     if options.explain:
-        lines = _explanation(
-            ns, response, options.tool, options.action, options.arguments, options.freshness, finished
-        )
-        _write(sys.stderr, "\n".join(lines))
+        _write(sys.stderr, "\n".join(_explanation(ns, request, finished)))
     return 0
 
 
