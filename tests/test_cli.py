@@ -11,7 +11,7 @@ from reference import compact_size
 
 def run(*args, stdin=""):
     """Run the command with ``stdin`` in a file, or /dev/null for None as CI runners often do."""
-    command = [sys.executable, "-m", "velquorn.tool_handlers.finish_cli", *args]
+    command = [sys.executable, "-m", "velquorn_next_steps", *args]
     if stdin is None:
         return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
     with tempfile.TemporaryFile() as file:

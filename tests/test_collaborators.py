@@ -28,7 +28,7 @@ def test_symbol_kinds_and_nearest_names():
                                          (None, "a.py")]] == [True, True, False, False]
     # The bundled index, read as the command-line examples read it, so that
     # this also checks that the data ships with the package.
-    text = resources.files("velquorn.tool_handlers").joinpath("examples", "repository.json").read_text("utf-8")
+    text = resources.files("velquorn_next_steps").joinpath("examples", "repository.json").read_text("utf-8")
     repo = Repository.from_dict(json.loads(text))
     assert [s.fqn for s in nearest_symbols(repo, "parse_tokn")] == ["app.lexer.parse_token"]
     assert nearest_symbols(repo, "pkg.Foo.bar") == []

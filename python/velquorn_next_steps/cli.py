@@ -6,7 +6,11 @@ answer (a JSON object), runs it through
 that the server would send: compact JSON, or indented with ``--indent``.
 ``--explain`` also shows how the hint budget treated the steps. Run without an
 answer, it finishes a bundled set of example answers, one for each source of
-steps (also ``python -m velquorn.tool_handlers.finish_cli``).
+steps (also ``python -m velquorn_next_steps``).
+
+The command lives in a package of its own, not in the server's
+``velquorn.tool_handlers``, so that installing it beside the server adds no
+module to the server's packages.
 """
 
 from __future__ import annotations
@@ -320,7 +324,7 @@ def _explanation(ns: ModuleType, request: _Request, finished: dict[str, Any]) ->
 
 def _bundled(name: str) -> Any:
     # Through importlib.resources, so that the data is found in an installed wheel too.
-    text = resources.files("velquorn.tool_handlers").joinpath("examples", name).read_text("utf-8")
+    text = resources.files("velquorn_next_steps").joinpath("examples", name).read_text("utf-8")
     return json.loads(text)
 
 
@@ -390,6 +394,3 @@ def main(argv: list[str] | None = None) -> int:
         os.dup2(devnull, sys.stdout.fileno())
         return 1
 
-
-if __name__ == "__main__":
-    sys.exit(main())
