@@ -1,19 +1,37 @@
 """The velquorn-next-steps command, run as a user runs it: in its own process."""
 
 import json
+import os
 import subprocess
 import sys
 import tempfile
+import time
 
 import pytest
 from reference import compact_size
 
+TERMINAL = "a terminal"
+SLOW_WRITER = "a pipe written to half a second late"
+ANSWER = {"query": "tökens", "total_count": 0, "results": [], "note": None}
+
 
 def run(*args, stdin=""):
-    """Run the command with ``stdin`` in a file, or /dev/null for None as CI runners often do."""
+    """Run the command with ``stdin`` in a file, /dev/null for None (as CI runners often give), or one of above."""
     command = [sys.executable, "-m", "velquorn_next_steps", *args]
     if stdin is None:
         return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
+    if stdin is TERMINAL:
+        primary, secondary = os.openpty()
+        try:
+            return subprocess.run(command, stdin=secondary, capture_output=True, timeout=60)
+        finally:
+            os.close(primary)
+            os.close(secondary)
+    if stdin is SLOW_WRITER:
+        with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            time.sleep(0.5)
+            stdout, stderr = process.communicate(json.dumps(ANSWER).encode(), timeout=60)
+        return subprocess.CompletedProcess(command, process.returncode, stdout, stderr)
     with tempfile.TemporaryFile() as file:
         file.write(stdin.encode())
         file.seek(0)
@@ -21,7 +39,7 @@ def run(*args, stdin=""):
 
 
 def test_examples_cover_each_source_of_steps(ns):
-    done = run(stdin=None)  # no input at all shows the examples
+    done = run("--examples", stdin=None)
     assert done.returncode == 0, done.stderr
     lines = [line for line in done.stdout.decode().splitlines() if line]
     shown = [json.loads(answer) for title, answer in zip(lines[::2], lines[1::2], strict=True)]
@@ -35,12 +53,31 @@ def test_examples_cover_each_source_of_steps(ns):
 
 
 def test_finishes_an_answer_from_stdin_as_the_server_sends_it(ns):
-    answer = {"query": "tökens", "total_count": 0, "results": [], "note": None}
-    done = run("--tool", "search", "--action", "code", "--freshness", '{"current": false}', stdin=json.dumps(answer))
+    done = run("--tool", "search", "--action", "code", "--freshness", '{"current": false}', stdin=json.dumps(ANSWER))
     assert done.returncode == 0 and done.stderr == b""
     assert done.stdout.decode("utf-8") == (
         '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
         '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n')
+
+
+@pytest.mark.parametrize(
+    ("args", "stdin", "shows"),
+    [
+        ([], TERMINAL, "examples"),  # nothing to finish
+        ([], SLOW_WRITER, "error"),  # an answer, however late, is never taken for no input
+        (["--tool", "search"], SLOW_WRITER, "answer"),
+    ],
+)
+def test_standard_input_that_is_not_a_terminal_is_the_answer(ns, args, stdin, shows):
+    done = run(*args, stdin=stdin)
+    lines = done.stdout.decode().splitlines()
+    if shows == "examples":
+        assert done.returncode == 0 and lines[0].startswith("# 1. ")
+    elif shows == "error":
+        assert done.returncode == 2 and lines == [] and b"--tool is required" in done.stderr
+    else:
+        finished = ns.finish_answer(ANSWER, "search")
+        assert done.returncode == 0 and lines == [json.dumps(finished, separators=(",", ":"), ensure_ascii=False)]
 
 
 def test_explain_accounts_for_every_step_on_stderr(ns):
@@ -66,9 +103,10 @@ def test_explain_accounts_for_every_step_on_stderr(ns):
         (["--tool", "search"], '{"next_steps": 5}'),
         (["--tool", "search", "missing.json"], None),
         ([], "{}"),
+        ([], None),
         (["--examples", "--tool", "search"], None),
     ],
-    ids=["not-object", "too-deep", "own-steps-not-a-list", "no-file", "no-tool", "examples-and-tool"],
+    ids=["not-object", "too-deep", "own-steps-not-a-list", "no-file", "no-tool", "no-tool-empty", "examples-and-tool"],
 )
 def test_bad_input_is_one_line_and_status_2(args, stdin):
     done = run(*args, stdin=stdin)

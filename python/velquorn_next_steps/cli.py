@@ -4,9 +4,10 @@
 answer (a JSON object), runs it through
 :func:`velquorn.tool_handlers.next_steps.finish_answer` and prints the answer
 that the server would send: compact JSON, or indented with ``--indent``.
-``--explain`` also shows how the hint budget treated the steps. Run without an
-answer, it finishes a bundled set of example answers, one for each source of
-steps (also ``python -m velquorn_next_steps``).
+``--explain`` also shows how the hint budget treated the steps. With
+``--examples`` (or from a terminal, without an answer) it finishes a bundled
+set of example answers instead, one for each source of steps. Also
+``python -m velquorn_next_steps``.
 
 The command lives in a package of its own, not in the server's
 ``velquorn.tool_handlers``, so that installing it beside the server adds no
@@ -30,11 +31,12 @@ PROG = "velquorn-next-steps"
 
 _EPILOG = """\
 where the answer comes from:
-  ANSWER names a file holding the answer (a JSON object); "-", or no ANSWER
-  with --tool, reads standard input. With --examples, or with no ANSWER and
-  none of --tool, --action, --arguments, --freshness, the bundled example
-  answers are finished instead (so a terminal or an empty standard input
-  runs them); an answer waiting on standard input needs --tool.
+  ANSWER names a file holding the answer (a JSON object); "-", or no ANSWER,
+  reads standard input, which then needs --tool. The bundled example answers
+  are finished instead with --examples, or when there is no ANSWER, none of
+  --tool, --action, --arguments, --freshness, and standard input is a
+  terminal. Standard input that is not a terminal (a pipe, a file, /dev/null)
+  is always read as the answer, however slowly it is written.
 
 output:
   The finished answer goes to standard output, as compact JSON (the bytes
@@ -168,26 +170,13 @@ def _dump(value: Any, indent: bool) -> str:
     return json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str)
 
 
-def _stdin_waiting() -> bool:
-    """Whether standard input holds data, found out without ever blocking.
-
-    It is asked only to tell "an answer without --tool" (an error) from "no
-    input" (the examples). A terminal, a closed or empty input and a pipe that
-    nothing has been written to yet all count as no input: waiting on a pipe
-    that a CI runner leaves open would hang the run.
-    """
+def _stdin_is_terminal() -> bool:
+    # Whether input is waiting on a pipe depends on how fast its writer is;
+    # whether standard input is a terminal does not, so only that decides.
     stream = sys.stdin
-    if stream is None:
-        return False
     try:
-        fd = stream.fileno()
-        if os.isatty(fd):
-            return False
-        import select
-
-        ready, _, _ = select.select([fd], [], [], 0)
-        return bool(ready) and os.read(fd, 1) != b""
-    except (AttributeError, OSError, ValueError):
+        return stream is not None and stream.isatty()
+    except ValueError:  # closed
         return False
 
 
@@ -359,12 +348,11 @@ def _run(options: argparse.Namespace) -> int:
     )
     if options.examples and finishing:
         raise UsageError("--examples takes no ANSWER, --tool, --action, --arguments or --freshness")
-    if not finishing:
-        if not options.examples and _stdin_waiting():
-            raise UsageError("--tool is required to finish the answer on standard input")
+    if options.examples or (not finishing and _stdin_is_terminal()):
         return _run_examples(_next_steps(), options.indent, options.explain)
     if options.tool is None:
-        raise UsageError("--tool is required to finish an answer")
+        where = "the answer on standard input" if options.answer in (None, "-") else "an answer"
+        raise UsageError(f"--tool is required to finish {where}")
     request = _Request(
         _read_answer(options.answer or "-"), options.tool, options.action, options.arguments, options.freshness
     )
