@@ -1,0 +1,81 @@
+"""Fresh virtual environments, for the tests that install this project as its users do.
+
+They install the wheels that scripts/wheels leaves in dist/ (scripts/test
+builds them first), so what is tested is what is shipped.
+"""
+
+import subprocess
+import sys
+import venv
+import zipfile
+from pathlib import Path
+
+DIST = Path(__file__).resolve().parents[1] / "dist"
+TAG = f"cp{sys.version_info.major}{sys.version_info.minor}"
+
+
+def _built(pattern):
+    found = sorted(DIST.glob(pattern))
+    assert len(found) == 1, f"expected one {pattern} in {DIST}, found {len(found)}: run scripts/wheels"
+    return found[0]
+
+
+def module_wheel():
+    """The module's manylinux wheel for the running Python."""
+    return _built(f"velquorn_next_steps-*-{TAG}-{TAG}-manylinux_*.whl")
+
+
+def standins_wheel():
+    return _built("velquorn_next_steps_standins-*-py3-none-any.whl")
+
+
+def wheel_files(wheel):
+    """The files a wheel installs, by path below site-packages, without its .dist-info."""
+    with zipfile.ZipFile(wheel) as archive:
+        return {name: archive.read(name) for name in archive.namelist() if ".dist-info/" not in name}
+
+
+def _run(command):
+    done = subprocess.run(command, capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0, f"{command}\n{done.stdout}{done.stderr}"
+    return done.stdout
+
+
+class Environment:
+    """A new virtual environment of the running Python, without pip of its own:
+    the tests' pip installs into it (``pip --python``), which is much quicker."""
+
+    def __init__(self, folder):
+        venv.create(folder, with_pip=False)
+        self.python = folder / "bin" / "python"
+        self.site = Path(self.run("import sysconfig; print(sysconfig.get_path('purelib'))").strip())
+
+    def run(self, code):
+        """Run Python code in the environment; its standard output."""
+        return _run([str(self.python), "-c", code])
+
+    def pip(self, *args):
+        return _run([sys.executable, "-m", "pip", "--python", str(self.python), "--disable-pip-version-check", *args])
+
+    def install(self, *wheels):
+        self.pip("install", "--no-index", "--only-binary", ":all:", *map(str, wheels))
+
+    def files(self):
+        """Every installed file below site-packages, by path, but pip's records and byte code."""
+        found = {path.relative_to(self.site): path for path in self.site.rglob("*") if path.is_file()}
+        return {
+            name.as_posix(): path.read_bytes()
+            for name, path in found.items()
+            if not any(part.endswith(".dist-info") or part == "__pycache__" for part in name.parts)
+        }
+
+    def mypy_errors(self, source, cache):
+        """``mypy --strict`` of a user's file, against what this environment has installed."""
+        user = self.site.parent / "user_code.py"
+        user.write_text(source)
+        done = subprocess.run(
+            [sys.executable, "-m", "mypy", "--strict", "--no-error-summary", "--cache-dir", str(cache),
+             "--python-executable", str(self.python), str(user)],
+            capture_output=True, text=True, timeout=120,
+        )
+        return [line.removeprefix(f"{user}:") for line in done.stdout.splitlines()]

@@ -1,0 +1,132 @@
+"""Installed beside the server, the module owns only its own files and calls the server's siblings.
+
+A minimal server distribution, written here, owns the package files and the
+three sibling modules, each with content of its own; this project's wheel is
+added to and removed from a fresh environment that holds it, in both orders.
+"""
+
+import base64
+import hashlib
+import json
+import zipfile
+
+import pytest
+from environments import Environment, module_wheel, wheel_files
+
+SIBLINGS = {
+    "velquorn/tool_handlers/freshness.py": '''\
+from typing import Any
+
+
+def freshness_block(**facts: Any) -> dict[str, Any]:
+    return {"by": "the server", **facts}
+
+
+def add_freshness(answer: dict[str, Any], freshness: dict[str, Any] | None) -> None:
+    answer["freshness"] = {"by": "the server", "block": freshness}
+''',
+    "velquorn/models/symbol.py": '''\
+from dataclasses import dataclass
+
+
+class Repository:
+    """The server's index."""
+
+
+@dataclass
+class Symbol:
+    fqn: str
+
+    def to_dict(self) -> dict[str, str]:
+        return {"fqn": self.fqn, "from": "the server"}
+
+
+def is_code_symbol(kind: str | None, file: str | None) -> bool:
+    return True
+''',
+    "velquorn/workers/name_lookup.py": '''\
+from velquorn.models.symbol import Repository, Symbol
+
+
+def nearest_symbols(repository: Repository, wanted: str) -> list[Symbol]:
+    return [Symbol("server." + wanted)]
+
+
+def nearest_paths(repository: Repository, wanted: str) -> list[str]:
+    return ["server/" + wanted]
+
+
+def guessed_name(wanted: str) -> str:
+    return wanted
+''',
+    "velquorn/tool_handlers/search.py": '"""A tool handler of the server, beside next_steps."""\n',
+}
+
+# A server of regular packages marks its top package typed; one of namespace
+# packages marks each of its subpackages.
+LAYOUTS = {
+    "regular": {
+        "velquorn/__init__.py": '"""The velquorn tool server."""\n\nNAME = "the server"\n',
+        "velquorn/py.typed": "",
+        **{f"velquorn/{package}/__init__.py": f'"""The server\'s {package}."""\n'
+           for package in ("tool_handlers", "models", "workers")},
+    },
+    "namespace": {f"velquorn/{package}/py.typed": "" for package in ("tool_handlers", "models", "workers")},
+}
+
+USE = """
+import json
+from velquorn.tool_handlers import next_steps
+
+finished = next_steps.finish_answer({"query": "q", "total_count": 0}, "search", freshness={"current": False})
+missed = next_steps.suggest_symbols({}, None, "parse_tokn", "detail")
+print(json.dumps([finished["freshness"], missed["did_you_mean"]]))
+"""
+
+MISUSE = """
+from velquorn.tool_handlers.next_steps import finish_answer
+
+sent = finish_answer({"query": "q"}, "search", action=3)
+"""
+
+
+def server_wheel(folder, files):
+    """The server's wheel, installing ``files`` (path below site-packages: text)."""
+    info = "velquorn_server-1.0.dist-info"
+    entries = {name: text.encode() for name, text in files.items()}
+    entries[f"{info}/METADATA"] = b"Metadata-Version: 2.1\nName: velquorn-server\nVersion: 1.0\n"
+    entries[f"{info}/WHEEL"] = b"Wheel-Version: 1.0\nGenerator: tests\nRoot-Is-Purelib: true\nTag: py3-none-any\n"
+    record = "".join(
+        f"{name},sha256={base64.urlsafe_b64encode(hashlib.sha256(data).digest()).rstrip(b'=').decode()},{len(data)}\n"
+        for name, data in entries.items()
+    )
+    entries[f"{info}/RECORD"] = (record + f"{info}/RECORD,,\n").encode()
+    wheel = folder / "velquorn_server-1.0-py3-none-any.whl"
+    with zipfile.ZipFile(wheel, "w") as archive:
+        for name, data in entries.items():
+            archive.writestr(name, data)
+    return wheel
+
+
+@pytest.mark.parametrize("layout", LAYOUTS)
+@pytest.mark.parametrize("server_first", [True, False], ids=["server-first", "module-first"])
+def test_beside_the_server(tmp_path, mypy_cache, layout, server_first):
+    files = {**LAYOUTS[layout], **SIBLINGS}
+    server = {name: text.encode() for name, text in files.items()}
+    ours = wheel_files(module_wheel())
+    env = Environment(tmp_path / "env")
+    for wheel in [server_wheel(tmp_path, files), module_wheel()][:: 1 if server_first else -1]:
+        env.install(wheel)
+
+    assert env.files() == server | ours and not server.keys() & ours.keys()
+    freshness, candidates = json.loads(env.run(USE))
+    assert freshness == {"by": "the server", "block": {"current": False}}
+    assert candidates == [{"fqn": "server.parse_tokn", "from": "the server"}]
+    assert env.pip("check").strip() == "No broken requirements found."
+    assert env.mypy_errors(MISUSE, mypy_cache) == [
+        '4: error: Argument "action" to "finish_answer" has incompatible type "int"; expected "str | None"  [arg-type]'
+    ]
+
+    env.pip("uninstall", "--yes", "velquorn-next-steps")
+    assert env.files() == server
+    env.run("import velquorn.tool_handlers.freshness, velquorn.workers.name_lookup, velquorn.tool_handlers.search")
