@@ -40,8 +40,3 @@ def code_kinds(ns, monkeypatch):
     monkeypatch.setattr(ns, "is_code_symbol", is_code_symbol)
     return calls
 
-
-@pytest.fixture(scope="session")
-def mypy_cache(tmp_path_factory):
-    """One mypy cache for the session, so that the standard library is read once."""
-    return tmp_path_factory.mktemp("mypy-cache")

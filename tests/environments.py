@@ -13,6 +13,17 @@ from pathlib import Path
 DIST = Path(__file__).resolve().parents[1] / "dist"
 TAG = f"cp{sys.version_info.major}{sys.version_info.minor}"
 
+# A user's file that calls finish_answer wrongly, and what mypy --strict says
+# of it once it finds the module's stub.
+MISUSE = """
+from velquorn.tool_handlers.next_steps import finish_answer
+
+sent = finish_answer({"query": "q"}, "search", action=3)
+"""
+MISUSE_ERRORS = [
+    '4: error: Argument "action" to "finish_answer" has incompatible type "int"; expected "str | None"  [arg-type]'
+]
+
 
 def _built(pattern):
     found = sorted(DIST.glob(pattern))
@@ -32,7 +43,7 @@ def standins_wheel():
 def wheel_files(wheel):
     """The files a wheel installs, by path below site-packages, without its .dist-info."""
     with zipfile.ZipFile(wheel) as archive:
-        return {name: archive.read(name) for name in archive.namelist() if ".dist-info/" not in name}
+        return {name: archive.read(name) for name in archive.namelist() if not name.endswith("/") and ".dist-info/" not in name}
 
 
 def _run(command):
@@ -54,6 +65,12 @@ class Environment:
         """Run Python code in the environment; its standard output."""
         return _run([str(self.python), "-c", code])
 
+    def failure(self, code):
+        """The last line that Python code, which must fail, writes to standard error."""
+        done = subprocess.run([str(self.python), "-c", code], capture_output=True, text=True, timeout=120)
+        assert done.returncode != 0, done.stdout
+        return done.stderr.splitlines()[-1]
+
     def pip(self, *args):
         return _run([sys.executable, "-m", "pip", "--python", str(self.python), "--disable-pip-version-check", *args])
 
@@ -69,12 +86,12 @@ class Environment:
             if not any(part.endswith(".dist-info") or part == "__pycache__" for part in name.parts)
         }
 
-    def mypy_errors(self, source, cache):
-        """``mypy --strict`` of a user's file, against what this environment has installed."""
+    def mypy_errors(self, source):
+        """``mypy --strict`` of a user's file, against what this environment has installed (no cache)."""
         user = self.site.parent / "user_code.py"
         user.write_text(source)
         done = subprocess.run(
-            [sys.executable, "-m", "mypy", "--strict", "--no-error-summary", "--cache-dir", str(cache),
+            [sys.executable, "-m", "mypy", "--strict", "--no-error-summary", "--cache-dir", "/dev/null",
              "--python-executable", str(self.python), str(user)],
             capture_output=True, text=True, timeout=120,
         )
