@@ -13,6 +13,8 @@ import zipfile
 import pytest
 from environments import MISUSE, MISUSE_ERRORS, Environment, module_wheel, wheel_files
 
+pytestmark = pytest.mark.wheels
+
 SIBLINGS = {
     "velquorn/tool_handlers/freshness.py": '''\
 from typing import Any

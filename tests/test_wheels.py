@@ -3,7 +3,10 @@
 import subprocess
 import sysconfig
 
+import pytest
 from environments import MISUSE, MISUSE_ERRORS, Environment, module_wheel, standins_wheel, wheel_files
+
+pytestmark = pytest.mark.wheels
 
 OWN_FILES = {
     "velquorn/tool_handlers/next_steps" + sysconfig.get_config_var("EXT_SUFFIX"),
