@@ -43,7 +43,8 @@ def standins_wheel():
 def wheel_files(wheel):
     """The files a wheel installs, by path below site-packages, without its .dist-info."""
     with zipfile.ZipFile(wheel) as archive:
-        return {name: archive.read(name) for name in archive.namelist() if not name.endswith("/") and ".dist-info/" not in name}
+        names = [name for name in archive.namelist() if not name.endswith("/") and ".dist-info/" not in name]
+        return {name: archive.read(name) for name in names}
 
 
 def _run(command):
@@ -58,6 +59,7 @@ class Environment:
 
     def __init__(self, folder):
         venv.create(folder, with_pip=False)
+        self.folder = folder
         self.python = folder / "bin" / "python"
         self.site = Path(self.run("import sysconfig; print(sysconfig.get_path('purelib'))").strip())
 
@@ -88,7 +90,7 @@ class Environment:
 
     def mypy_errors(self, source):
         """``mypy --strict`` of a user's file, against what this environment has installed (no cache)."""
-        user = self.site.parent / "user_code.py"
+        user = self.folder / "user_code.py"
         user.write_text(source)
         done = subprocess.run(
             [sys.executable, "-m", "mypy", "--strict", "--no-error-summary", "--cache-dir", "/dev/null",

@@ -15,52 +15,25 @@ from environments import MISUSE, MISUSE_ERRORS, Environment, module_wheel, wheel
 
 pytestmark = pytest.mark.wheels
 
+# The siblings, each recognisably the server's own, and one more module of its own.
 SIBLINGS = {
-    "velquorn/tool_handlers/freshness.py": '''\
-from typing import Any
-
-
-def freshness_block(**facts: Any) -> dict[str, Any]:
-    return {"by": "the server", **facts}
-
-
-def add_freshness(answer: dict[str, Any], freshness: dict[str, Any] | None) -> None:
-    answer["freshness"] = {"by": "the server", "block": freshness}
-''',
-    "velquorn/models/symbol.py": '''\
-from dataclasses import dataclass
-
-
-class Repository:
-    """The server's index."""
-
-
-@dataclass
+    "velquorn/tool_handlers/freshness.py": """
+def freshness_block(**facts): return facts
+def add_freshness(answer, block): answer["freshness"] = {"by": "the server", "block": block}
+""",
+    "velquorn/models/symbol.py": """
+class Repository: pass
 class Symbol:
-    fqn: str
-
-    def to_dict(self) -> dict[str, str]:
-        return {"fqn": self.fqn, "from": "the server"}
-
-
-def is_code_symbol(kind: str | None, file: str | None) -> bool:
-    return True
-''',
-    "velquorn/workers/name_lookup.py": '''\
-from velquorn.models.symbol import Repository, Symbol
-
-
-def nearest_symbols(repository: Repository, wanted: str) -> list[Symbol]:
-    return [Symbol("server." + wanted)]
-
-
-def nearest_paths(repository: Repository, wanted: str) -> list[str]:
-    return ["server/" + wanted]
-
-
-def guessed_name(wanted: str) -> str:
-    return wanted
-''',
+    def __init__(self, fqn): self.fqn = fqn
+    def to_dict(self): return {"fqn": self.fqn, "from": "the server"}
+def is_code_symbol(kind, file): return True
+""",
+    "velquorn/workers/name_lookup.py": """
+from velquorn.models.symbol import Symbol
+def nearest_symbols(repository, wanted): return [Symbol("server." + wanted)]
+def nearest_paths(repository, wanted): return ["server/" + wanted]
+def guessed_name(wanted): return wanted
+""",
     "velquorn/tool_handlers/search.py": '"""A tool handler of the server, beside next_steps."""\n',
 }
 
