@@ -32,11 +32,11 @@ PROG = "velquorn-next-steps"
 _EPILOG = """\
 where the answer comes from:
   ANSWER names a file holding the answer (a JSON object); "-", or no ANSWER,
-  reads standard input, which then needs --tool. The bundled example answers
-  are finished instead with --examples, or when there is no ANSWER, none of
-  --tool, --action, --arguments, --freshness, and standard input is a
-  terminal. Standard input that is not a terminal (a pipe, a file, /dev/null)
-  is always read as the answer, however slowly it is written.
+  reads it from standard input; either way --tool is needed. The bundled
+  example answers are finished instead with --examples, or when there is no
+  ANSWER, none of --tool, --action, --arguments, --freshness, and standard
+  input is a terminal. Standard input that is not a terminal (a pipe, a
+  file, /dev/null) is always read as the answer, however slowly it comes.
 
 output:
   The finished answer goes to standard output, as compact JSON (the bytes
