@@ -13,17 +13,6 @@ from pathlib import Path
 DIST = Path(__file__).resolve().parents[1] / "dist"
 TAG = f"cp{sys.version_info.major}{sys.version_info.minor}"
 
-# A user's file that calls finish_answer wrongly, and what mypy --strict says
-# of it once it finds the module's stub.
-MISUSE = """
-from velquorn.tool_handlers.next_steps import finish_answer
-
-sent = finish_answer({"query": "q"}, "search", action=3)
-"""
-MISUSE_ERRORS = [
-    '4: error: Argument "action" to "finish_answer" has incompatible type "int"; expected "str | None"  [arg-type]'
-]
-
 
 def _built(pattern):
     found = sorted(DIST.glob(pattern))

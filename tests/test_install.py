@@ -1,19 +1,41 @@
-"""Installed beside the server, the module owns only its own files and calls the server's siblings.
+"""The module's wheel for this Python, installed as users install it: alone,
+with the stand-ins, and beside the server.
 
-A minimal server distribution, written here, owns the package files and the
-three sibling modules, each with content of its own; this project's wheel is
+Beside the server it owns only its own files and calls the server's
+siblings: a minimal server distribution, written here, owns the package files
+and the three sibling modules, each with content of its own; the wheel is
 added to and removed from a fresh environment that holds it, in both orders.
 """
 
 import base64
 import hashlib
 import json
+import subprocess
+import sysconfig
 import zipfile
 
 import pytest
-from environments import MISUSE, MISUSE_ERRORS, Environment, module_wheel, wheel_files
+from environments import Environment, module_wheel, standins_wheel, wheel_files
 
 pytestmark = pytest.mark.wheels
+
+OWN_FILES = {
+    "velquorn/tool_handlers/next_steps" + sysconfig.get_config_var("EXT_SUFFIX"),
+    "velquorn/tool_handlers/next_steps.pyi",
+    *(f"velquorn_next_steps/{name}" for name in ("__init__.py", "__main__.py", "cli.py")),
+    *(f"velquorn_next_steps/examples/{name}.json" for name in ("examples", "repository")),
+}
+
+# A user's file that calls finish_answer wrongly, and what mypy --strict says
+# of it once it finds the module's stub.
+MISUSE = """
+from velquorn.tool_handlers.next_steps import finish_answer
+
+sent = finish_answer({"query": "q"}, "search", action=3)
+"""
+MISUSE_ERRORS = [
+    '4: error: Argument "action" to "finish_answer" has incompatible type "int"; expected "str | None"  [arg-type]'
+]
 
 # The siblings, each recognisably the server's own, and one more module of its own.
 SIBLINGS = {
@@ -57,6 +79,25 @@ finished = next_steps.finish_answer({"query": "q", "total_count": 0}, "search", 
 missed = next_steps.suggest_symbols({}, None, "parse_tokn", "detail")
 print(json.dumps([finished["freshness"], missed["did_you_mean"]]))
 """
+
+
+def test_wheel_holds_only_the_module_s_own_files():
+    assert set(wheel_files(module_wheel())) == OWN_FILES
+
+
+def test_wheel_with_the_standins_runs_the_examples(tmp_path):
+    env = Environment(tmp_path / "env")
+    env.install(module_wheel())
+    failed = env.failure("import velquorn.tool_handlers.next_steps")
+    assert failed == "ModuleNotFoundError: No module named 'velquorn.models'"
+
+    env.install(standins_wheel())
+    command = [str(env.python.parent / "velquorn-next-steps"), "--examples"]
+    done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+    titles = [line for line in done.stdout.splitlines() if line.startswith("# ")]
+    assert done.returncode == 0 and done.stderr == "" and len(titles) == 8 and titles[-1].startswith("# 8. ")
+    assert env.pip("check").strip() == "No broken requirements found."
+    assert env.mypy_errors(MISUSE) == MISUSE_ERRORS
 
 
 def server_wheel(folder, files):
