@@ -309,6 +309,12 @@ class HostModel {
            next_steps::is_hint_key_text({static_cast<const char*>(PyUnicode_DATA(k)),
                                          static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))});
   }
+  // An exact dict, list or tuple: walking it runs no host code, unlike a
+  // subclass's items() or iteration.
+  bool is_plain(const Object& v) const {
+    PyObject* o = v.get();
+    return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o);
+  }
   Object first(const Object& seq) const {
     Object zero = make_int(0);
     return Object::steal(PyObject_GetItem(seq.get(), zero.get()));
@@ -370,6 +376,14 @@ class HostModel {
       fail();
     }
     return {Object::borrow(bound), bound == state_.own[static_cast<std::size_t>(F)].get()};
+  }
+  // A name that is missing (or whose lookup fails) holds no own function;
+  // the call through the namespace then reports it.
+  template <Fn F>
+  bool holds_own() const {
+    PyObject* bound = PyDict_GetItemWithError(dict_, state_.function_names[static_cast<std::size_t>(F)].get());
+    if (!bound) PyErr_Clear();
+    return bound && bound == state_.own[static_cast<std::size_t>(F)].get();
   }
   template <Fn F, class... A>
   next_steps::CallResult<F, Object> invoke(const Bound<F>& b, const A&... a) {

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
+#include "next_steps/encoding.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 
@@ -47,14 +49,35 @@ std::int64_t hint_size(M& m, const typename M::Value& v) {
   return total;
 }
 
+// The answer's compact size, then its hint bytes.  While both functions are
+// the module's own, one walk gives both: it writes the same text that
+// encoded_size counts (so its failures, their order and the late report of a
+// lone surrogate are encoded_size's), and the hint walk visits a part of what
+// that walk visits, counting each hint field's value by the same text.  When
+// the walk ran no host code, nothing could change between the two walks, and
+// the hint walk could not fail where the size walk did not (its containers
+// are the size walk's, at the same depth); otherwise the hint walk runs
+// after it as before, found through the namespace then.
+template <class M>
+std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Value& response) {
+  if (m.template holds_own<Fn::encoded_size>() && m.template holds_own<Fn::hint_size>()) {
+    HintSizeSink sink;
+    count_compact(m, response, sink);
+    const auto size = static_cast<std::int64_t>(sink.bytes);
+    if (!sink.ran_host_code) return {size, static_cast<std::int64_t>(sink.hint_bytes)};
+    return {size, m.template call<Fn::hint_size>(response)};
+  }
+  const std::int64_t size = m.template call<Fn::encoded_size>(response);
+  return {size, m.template call<Fn::hint_size>(response)};
+}
+
 // The steps, dropped from the last while the hints exceed their room: a
 // share of the answer as sent with its steps, or the floor when that is more.
 // The room is worked out anew for each length, since the steps count in it.
 template <class M>
 typename M::Value within_share(M& m, const typename M::Value& response, const typename M::Value& steps,
                                const typename M::Value& keep) {
-  const std::int64_t size = m.template call<Fn::encoded_size>(response);
-  const std::int64_t hints = m.template call<Fn::hint_size>(response);
+  const auto [size, hints] = size_and_hints(m, response);
   auto current = steps;
   for (std::size_t n = m.length(current); m.size_greater(n, keep); n = m.length(current)) {
     const std::int64_t added = m.template call<Fn::encoded_size>(current) + steps_key_bytes;

@@ -316,6 +316,7 @@ class NativeModel {
       return false;
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
+  bool is_plain(const Json&) const { return true; }
   Json first(const Json& seq) {
     if (seq->items.empty()) raise(ErrorKind::value, "list index out of range");
     return seq->items.front();
@@ -350,6 +351,10 @@ class NativeModel {
   template <Fn F>
   Bound<F> resolve() const {
     return {is_own(F) && !bound[static_cast<std::size_t>(F)]};
+  }
+  template <Fn F>
+  bool holds_own() const {
+    return resolve<F>().own;
   }
   template <Fn F, class... A>
   CallResult<F, Json> invoke(const Bound<F>& b, const A&... a) {
