@@ -60,6 +60,10 @@ def test_largest_step_list_that_fits(ns, total, hints, largest):
     trimmed = ns._within_share(answer, too_big, keep=1)
     assert trimmed == too_big[:1] and trimmed[0] is too_big[0]
     assert len(too_big) == 2, "the given list is not changed"
+    # The same lists leading a longer one: each length is measured as sent.
+    extra = {"tool": "t", "args": {}, "reason": "x" * 4000}
+    assert ns._within_share(answer, [*fitting, extra], keep=1) == fitting
+    assert ns._within_share(answer, [*too_big, extra], keep=1) == too_big[:1]
 
 
 def test_short_lists_come_back_as_given_but_the_answer_is_always_measured(ns):
@@ -144,3 +148,10 @@ def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls):
     answer = place(value)
     ns._within_share(answer, [], keep=0)
     assert value.calls == calls
+
+
+def test_steps_holding_other_values_are_measured_anew_for_each_length(ns):
+    value = Counted()
+    steps = [[value], "x" * 400]
+    assert ns._within_share({}, steps, keep=0) == [[value]]
+    assert value.calls == 2

@@ -309,11 +309,11 @@ class HostModel {
            next_steps::is_hint_key_text({static_cast<const char*>(PyUnicode_DATA(k)),
                                          static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))});
   }
-  // An exact dict, list or tuple: walking it runs no host code, unlike a
-  // subclass's items() or iteration.
+  // An exact dict, list, tuple or int: walking or comparing it runs no host
+  // code, unlike a subclass's items(), iteration or comparison.
   bool is_plain(const Object& v) const {
     PyObject* o = v.get();
-    return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o);
+    return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
   Object first(const Object& seq) const {
     Object zero = make_int(0);

@@ -49,20 +49,34 @@ struct KeySink {
   void token(const StrView& s) { append_ascii_token(text, s); }
 };
 
-// Counts the compact text's bytes and, in the same walk, the bytes that the
-// hint walk (budget.hpp) would count: the values of hint fields met on a path
-// of dicts and lists from the top, outside every hint field's value.  Those
-// counts agree only when the walk ran no host code (no subclass's items() or
-// iteration, no str() of an other value): `ran_host_code` says when they may
-// not.
-struct HintSizeSink : SizeSink {
-  std::size_t hint_bytes = 0;
-  std::size_t hidden = 0;  // tuples and hint fields' values being written
+// Counts the compact text's bytes and says whether the walk ran host code
+// (a subclass's items() or iteration, str() of an other value): only a walk
+// that ran none is sure to give the same counts when made again.
+struct WatchedSizeSink : SizeSink {
   bool ran_host_code = false;
 };
 
+// Also counts the bytes that the hint walk (budget.hpp) would count: the
+// values of hint fields met on a path of dicts and lists from the top,
+// outside every hint field's value.
+struct HintSizeSink : WatchedSizeSink {
+  std::size_t hint_bytes = 0;
+  std::size_t hidden = 0;  // tuples and hint fields' values being written
+};
+
+// Also counts the bytes up to the end of each item of the outermost list, so
+// that the text of any leading part of it is known: `[`, those items joined
+// by `,`, then `]`.
+struct ItemSizeSink : WatchedSizeSink {
+  std::vector<std::size_t> ends;
+};
+
+template <class Sink>
+concept WatchesHostCode = std::is_base_of_v<WatchedSizeSink, Sink>;
 template <class Sink>
 concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
+template <class Sink>
+concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
 template <class M, class Sink>
 class Writer {
@@ -81,7 +95,7 @@ class Writer {
       case Kind::tuple: return sequence(v, true);
       case Kind::dict: return mapping(v);
       case Kind::other: {
-        if constexpr (CountsHints<Sink>) sink_.ran_host_code = true;
+        if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
         const Value text = m_.text_form(v);
         return sink_.token(m_.str_view(text));
       }
@@ -138,7 +152,7 @@ class Writer {
     if (std::find(open_.begin(), open_.end(), id) != open_.end())
       m_.raise(ErrorKind::value, "Circular reference detected");
     open_.push_back(id);
-    if constexpr (CountsHints<Sink>) sink_.ran_host_code |= !m_.is_plain(v);
+    if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code |= !m_.is_plain(v);
   }
 
   // The hint walk does not go into tuples.
@@ -152,6 +166,9 @@ class Writer {
       if (!first) sink_.ascii(Sink::item_sep);
       first = false;
       value(item);
+      if constexpr (CountsItems<Sink>) {
+        if (open_.size() == 1) sink_.ends.push_back(sink_.bytes);
+      }
       return true;
     });
     sink_.ascii("]");

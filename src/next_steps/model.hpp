@@ -50,7 +50,7 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.head(v, std::size_t{}) } -> std::same_as<typename M::Value>;  // seq[:n]
   { m.sorted_entries(v) } -> std::same_as<std::vector<std::pair<typename M::Value, typename M::Value>>>;
   { m.is_hint_key(v) } -> std::same_as<bool>;
-  { m.is_plain(v) } -> std::same_as<bool>;  // walking it runs no host code
+  { m.is_plain(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");
   // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
