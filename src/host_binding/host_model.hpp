@@ -315,6 +315,19 @@ class HostModel {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
+  // An exact str without code points above U+FFFF: the call key writes
+  // such a character as two surrogate escapes, as it writes those two code
+  // points, so only without them are two texts written alike when equal.
+  bool is_plain_text(const Object& v) const {
+    PyObject* o = v.get();
+    return PyUnicode_CheckExact(o) && PyUnicode_KIND(o) != PyUnicode_4BYTE_KIND;
+  }
+  std::size_t text_hash(const Object& v) const { return static_cast<std::size_t>(PyObject_Hash(v.get())); }
+  bool same_plain(const Object& a, const Object& b) const {
+    const int r = PyObject_RichCompareBool(a.get(), b.get(), Py_EQ);
+    check(r);
+    return r == 1;
+  }
   Object first(const Object& seq) const {
     Object zero = make_int(0);
     return Object::steal(PyObject_GetItem(seq.get(), zero.get()));

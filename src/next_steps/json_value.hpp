@@ -317,6 +317,19 @@ class NativeModel {
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
   bool is_plain(const Json&) const { return true; }
+  bool is_plain_text(const Json& v) const {
+    return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
+  }
+  std::size_t text_hash(const Json& v) const { return std::hash<std::u32string>{}(v->text); }
+  bool same_plain(const Json& a, const Json& b) const {
+    if (a->kind == Kind::str) return b->kind == Kind::str && a->text == b->text;
+    return a->entries.size() == b->entries.size() &&
+           std::all_of(a->entries.begin(), a->entries.end(), [&](const auto& e) {
+             return std::any_of(b->entries.begin(), b->entries.end(), [&](const auto& f) {
+               return same_plain(e.first, f.first) && same_plain(e.second, f.second);
+             });
+           });
+  }
   Json first(const Json& seq) {
     if (seq->items.empty()) raise(ErrorKind::value, "list index out of range");
     return seq->items.front();
