@@ -15,9 +15,9 @@
 
 namespace next_steps {
 
-// The calls met so far, to tell a repeat.  While every step is a plain dict
-// whose tool is a plain text and whose args a plain dict of plain texts, the
-// calls are compared as values, which says what their key texts would say:
+// The calls met so far, to tell a repeat.  While the steps are a plain list
+// of plain dicts keyed by plain texts, each with a plain text as its tool and
+// a plain dict of plain texts as its args, the calls are compared as values, which says what their key texts would say:
 // the texts of such values are equal exactly when the values are.  From the
 // first step that is not, every call is told by its key text, and the texts
 // of the calls met before are written then; no host code has run since, so
@@ -28,9 +28,10 @@ class SeenCalls {
   using Value = typename M::Value;
   SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {}
 
-  // Before a step's fields are read, since reading them may run host code.
+  // Before a step's fields are read, since reading them may run host code:
+  // a subclass's lookup, or a key of another kind compared with the name.
   void meet(const Value& step) {
-    if (by_value_ && !plain(step, Kind::dict)) to_texts();
+    if (by_value_ && !plain_record(step)) to_texts();
   }
 
   // Whether the call is new; it is remembered.
@@ -54,6 +55,13 @@ class SeenCalls {
   };
 
   bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.is_plain(v); }
+
+  bool plain_record(const Value& v) {
+    if (!plain(v, Kind::dict)) return false;
+    bool texts = true;
+    m_.for_each_entry(v, [&](const Value& key, const Value&) { return texts = m_.is_plain_text(key); });
+    return texts;
+  }
 
   std::optional<std::size_t> plain_call_hash(const Value& tool, const Value& args) {
     if (!m_.is_plain_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
