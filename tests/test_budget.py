@@ -1,10 +1,11 @@
 """The hint budget: hint fields at any depth, and trimming steps to their room."""
 
 import pytest
-from hypothesis import given, settings
+from hypothesis import assume, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import hint_size, within_share
+from test_encoding import SLOW, keys, leaves, outcome, poisons
 
 
 Tip, Answer, Rows = type("Tip", (str,), {}), type("Answer", (dict,), {}), type("Rows", (list,), {})
@@ -59,6 +60,10 @@ def test_largest_step_list_that_fits(ns, total, hints, largest):
     trimmed = ns._within_share(answer, too_big, keep=1)
     assert trimmed == too_big[:1] and trimmed[0] is too_big[0]
     assert len(too_big) == 2, "the given list is not changed"
+    # The same lists leading a longer one: each length is measured as sent.
+    extra = {"tool": "t", "args": {}, "reason": "x" * 4000}
+    assert ns._within_share(answer, [*fitting, extra], keep=1) == fitting
+    assert ns._within_share(answer, [*too_big, extra], keep=1) == too_big[:1]
 
 
 def test_short_lists_come_back_as_given_but_the_answer_is_always_measured(ns):
@@ -85,3 +90,68 @@ def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
     expected = within_share(answer, steps, keep)
     assert kept == expected and all(a is b for a, b in zip(kept, expected))
     assert (kept is steps) == (len(kept) == len(steps))
+
+
+def answers(children):
+    entries = st.dictionaries(st.one_of(st.sampled_from(["tip", "note", "hints", "next_steps", "Tip"]), keys),
+                              children, max_size=4)
+    items = st.lists(children, max_size=4)
+    return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows))
+
+
+def largest_added(answer_size, hints):
+    def fits(added):
+        return hints + added <= max(0.15 * (answer_size + added), 320)
+
+    added = max(320 - hints, int((0.15 * answer_size - hints) / 0.85))
+    while fits(added + 1):
+        added += 1
+    while not fits(added):
+        added -= 1
+    return added
+
+
+@settings(max_examples=1000, **SLOW)
+@given(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=20))
+def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
+    # A one-item list whose text takes the largest room left fits; one byte more does not.
+    measured = outcome(lambda: (size(answer), hint_size(answer)))
+    if measured[0] != "value":
+        assert outcome(lambda: ns._within_share(answer, [], keep=0)) == measured
+        return
+    room = largest_added(*measured[1]) - 14 - 4
+    assume(room >= 0)
+    fitting, too_big = ["s" * room], ["s" * (room + 1)]
+    assert ns._within_share(answer, fitting, keep=0) is fitting
+    assert ns._within_share(answer, too_big, keep=0) == []
+
+
+class Counted:
+    """An other value whose text grows with every str() of it."""
+
+    def __init__(self):
+        self.calls = 0
+
+    def __str__(self):
+        self.calls += 1
+        return "x" * self.calls
+
+
+@pytest.mark.parametrize(
+    "place, calls",
+    [(lambda o: {"o": o, "rows": ({"tip": o},)}, 2), (lambda o: [{"o": o}], 1), (lambda o: {"rows": [{"note": [o]}]}, 2),
+     (lambda o: Answer(tip=o), 2)],
+)
+def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls):
+    # Measuring the answer writes it whole, then counts each hint field's value again.
+    value = Counted()
+    answer = place(value)
+    ns._within_share(answer, [], keep=0)
+    assert value.calls == calls
+
+
+def test_steps_holding_other_values_are_measured_anew_for_each_length(ns):
+    value = Counted()
+    steps = [[value], "x" * 400]
+    assert ns._within_share({}, steps, keep=0) == [[value]]
+    assert value.calls == 2

@@ -9,7 +9,7 @@ import sys
 from collections import namedtuple
 
 import pytest
-from hypothesis import HealthCheck, given, settings
+from hypothesis import HealthCheck, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe
 
@@ -130,9 +130,14 @@ def test_odd_values_match_the_writer(ns, value):
     assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
 
 
+def _step(tool, args, reason="r"):
+    return {"tool": tool, "args": args, "reason": reason}
+
+
 # Call keys: a small vocabulary so that repeated calls are frequent.
+# A character above U+FFFF and its two surrogates as code points are written alike.
 ARG_VALUES = ["a", "é", 1, 1.0, True, None, ("a",), ["a"], Text("a"), {1: "x"}, {"1": "x"},
-              {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800"]
+              {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800", "😀", "\ud83d\ude00"]
 steps = st.builds(
     lambda tool, args, reason: {"tool": tool, "args": args, "reason": reason},
     st.sampled_from(["symbol", "file"]),
@@ -142,16 +147,13 @@ steps = st.builds(
 
 
 @settings(max_examples=600, **SLOW)
-@given(st.lists(steps, max_size=8))
+@given(st.lists(st.one_of(steps, steps.map(Answer)), max_size=8).flatmap(lambda s: st.sampled_from([s, Rows(s)])))
+@example([_step("file", {"path": "😀"}), _step("file", {"path": "\ud83d\ude00"})])
 def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     kept = ns._deduplicated(given_steps)
     expected = dedupe(given_steps)
     assert kept == expected
     assert all(mine is theirs for mine, theirs in zip(kept, expected, strict=True))
-
-
-def _step(tool, args, reason="r"):
-    return {"tool": tool, "args": args, "reason": reason}
 
 
 BAD_STEPS = {

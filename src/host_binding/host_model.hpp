@@ -309,6 +309,25 @@ class HostModel {
            next_steps::is_hint_key_text({static_cast<const char*>(PyUnicode_DATA(k)),
                                          static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))});
   }
+  // An exact dict, list, tuple or int: walking or comparing it runs no host
+  // code, unlike a subclass's items(), iteration or comparison.
+  bool is_plain(const Object& v) const {
+    PyObject* o = v.get();
+    return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
+  }
+  // An exact str without code points above U+FFFF: the call key writes
+  // such a character as two surrogate escapes, as it writes those two code
+  // points, so only without them are two texts written alike when equal.
+  bool is_plain_text(const Object& v) const {
+    PyObject* o = v.get();
+    return PyUnicode_CheckExact(o) && PyUnicode_KIND(o) != PyUnicode_4BYTE_KIND;
+  }
+  std::size_t text_hash(const Object& v) const { return static_cast<std::size_t>(PyObject_Hash(v.get())); }
+  bool same_plain(const Object& a, const Object& b) const {
+    const int r = PyObject_RichCompareBool(a.get(), b.get(), Py_EQ);
+    check(r);
+    return r == 1;
+  }
   Object first(const Object& seq) const {
     Object zero = make_int(0);
     return Object::steal(PyObject_GetItem(seq.get(), zero.get()));
@@ -370,6 +389,14 @@ class HostModel {
       fail();
     }
     return {Object::borrow(bound), bound == state_.own[static_cast<std::size_t>(F)].get()};
+  }
+  // A name that is missing (or whose lookup fails) holds no own function;
+  // the call through the namespace then reports it.
+  template <Fn F>
+  bool holds_own() const {
+    PyObject* bound = PyDict_GetItemWithError(dict_, state_.function_names[static_cast<std::size_t>(F)].get());
+    if (!bound) PyErr_Clear();
+    return bound && bound == state_.own[static_cast<std::size_t>(F)].get();
   }
   template <Fn F, class... A>
   next_steps::CallResult<F, Object> invoke(const Bound<F>& b, const A&... a) {

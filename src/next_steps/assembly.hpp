@@ -4,8 +4,10 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "next_steps/encoding.hpp"
 #include "next_steps/model.hpp"
@@ -13,17 +15,91 @@
 
 namespace next_steps {
 
+// The calls met so far, to tell a repeat.  While the steps are a plain list
+// of plain dicts keyed by plain texts, each with a plain text as its tool and
+// a plain dict of plain texts as its args, the calls are compared as values, which says what their key texts would say:
+// the texts of such values are equal exactly when the values are.  From the
+// first step that is not, every call is told by its key text, and the texts
+// of the calls met before are written then; no host code has run since, so
+// they are the texts those calls had.
+template <class M>
+class SeenCalls {
+ public:
+  using Value = typename M::Value;
+  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {}
+
+  // Before a step's fields are read, since reading them may run host code:
+  // a subclass's lookup, or a key of another kind compared with the name.
+  void meet(const Value& step) {
+    if (by_value_ && !plain_record(step)) to_texts();
+  }
+
+  // Whether the call is new; it is remembered.
+  bool add(const Value& tool, const Value& args) {
+    if (by_value_) {
+      if (const auto hash = plain_call_hash(tool, args)) {
+        for (const Call& c : calls_)
+          if (c.hash == *hash && m_.same_plain(c.tool, tool) && m_.same_plain(c.args, args)) return false;
+        calls_.push_back({tool, args, *hash});
+        return true;
+      }
+      to_texts();
+    }
+    return texts_.insert(call_key(m_, tool, args)).second;
+  }
+
+ private:
+  struct Call {
+    Value tool, args;
+    std::size_t hash;
+  };
+
+  bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.is_plain(v); }
+
+  bool plain_record(const Value& v) {
+    if (!plain(v, Kind::dict)) return false;
+    bool texts = true;
+    m_.for_each_entry(v, [&](const Value& key, const Value&) { return texts = m_.is_plain_text(key); });
+    return texts;
+  }
+
+  std::optional<std::size_t> plain_call_hash(const Value& tool, const Value& args) {
+    if (!m_.is_plain_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
+    bool texts = true;
+    std::size_t entries = 0;  // a sum, so that the order of the entries does not count
+    m_.for_each_entry(args, [&](const Value& key, const Value& value) {
+      texts = m_.is_plain_text(key) && m_.is_plain_text(value);
+      if (texts) entries += m_.text_hash(key) * 31 + m_.text_hash(value);
+      return texts;
+    });
+    if (!texts) return std::nullopt;
+    return m_.text_hash(tool) ^ entries;
+  }
+
+  void to_texts() {
+    for (const Call& c : calls_) texts_.insert(call_key(m_, c.tool, c.args));
+    calls_.clear();
+    by_value_ = false;
+  }
+
+  M& m_;
+  bool by_value_;
+  std::vector<Call> calls_;
+  std::unordered_set<std::string> texts_;
+};
+
 // The steps without a repeat of the same call (same tool and arguments,
 // whatever their order and reason); the first occurrence stays.
 template <class M>
 typename M::Value deduplicated(M& m, const typename M::Value& steps) {
   using V = typename M::Value;
   V kept = m.new_list();
-  std::unordered_set<std::string> seen;
+  SeenCalls<M> seen(m, steps);
   m.for_each_item(steps, [&](const V& step) {
+    seen.meet(step);
     const V tool = m.get_item(step, Name::tool);
     const V args = m.get_item(step, Name::args);
-    if (seen.insert(call_key(m, tool, args)).second) m.append(kept, step);
+    if (seen.add(tool, args)) m.append(kept, step);
     return true;
   });
   return kept;

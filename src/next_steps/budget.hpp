@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
+#include "next_steps/encoding.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 
@@ -47,17 +49,76 @@ std::int64_t hint_size(M& m, const typename M::Value& v) {
   return total;
 }
 
+// The answer's compact size, then its hint bytes.  While both functions are
+// the module's own, one walk gives both: it writes the same text that
+// encoded_size counts (so its failures, their order and the late report of a
+// lone surrogate are encoded_size's), and the hint walk visits a part of what
+// that walk visits, counting each hint field's value by the same text.  When
+// the walk ran no host code, nothing could change between the two walks, and
+// the hint walk could not fail where the size walk did not (its containers
+// are the size walk's, at the same depth); otherwise the hint walk runs
+// after it as before, found through the namespace then.
+template <class M>
+std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Value& response) {
+  if (m.template holds_own<Fn::encoded_size>() && m.template holds_own<Fn::hint_size>()) {
+    HintSizeSink sink;
+    count_compact(m, response, sink);
+    const auto size = static_cast<std::int64_t>(sink.bytes);
+    if (!sink.ran_host_code) return {size, static_cast<std::int64_t>(sink.hint_bytes)};
+    return {size, m.template call<Fn::hint_size>(response)};
+  }
+  const std::int64_t size = m.template call<Fn::encoded_size>(response);
+  return {size, m.template call<Fn::hint_size>(response)};
+}
+
+// The compact sizes of a step list and of the leading parts of it that the
+// budget tries.  The first list is measured once, with the end of each of
+// its items; while it is a plain list or tuple, that walk ran no host code,
+// `keep` compares without any and encoded_size is still the module's own,
+// nothing can change before the next length is tried, and the text of a
+// leading part is the one that encoded_size would write for it.  Otherwise
+// each length is measured through the namespace, as the loop would.
+template <class M>
+class StepListSizes {
+ public:
+  using Value = typename M::Value;
+  StepListSizes(M& m, const Value& keep) : m_(m), plain_keep_(m.is_plain(keep)) {}
+
+  std::int64_t operator()(const Value& steps, std::size_t n) {
+    if (m_.template holds_own<Fn::encoded_size>()) {
+      if (!measured_) return first(steps, n);
+      if (reusable_) return n == 0 ? 2 : static_cast<std::int64_t>(measured_->ends[n - 1] + 1);
+    }
+    return m_.template call<Fn::encoded_size>(steps);
+  }
+
+ private:
+  std::int64_t first(const Value& steps, std::size_t n) {
+    measured_.emplace();
+    count_compact(m_, steps, *measured_);
+    const Kind kind = m_.kind(steps);
+    reusable_ = plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
+                measured_->ends.size() == n;
+    return static_cast<std::int64_t>(measured_->bytes);
+  }
+
+  M& m_;
+  bool plain_keep_;
+  std::optional<ItemSizeSink> measured_;
+  bool reusable_ = false;
+};
+
 // The steps, dropped from the last while the hints exceed their room: a
 // share of the answer as sent with its steps, or the floor when that is more.
 // The room is worked out anew for each length, since the steps count in it.
 template <class M>
 typename M::Value within_share(M& m, const typename M::Value& response, const typename M::Value& steps,
                                const typename M::Value& keep) {
-  const std::int64_t size = m.template call<Fn::encoded_size>(response);
-  const std::int64_t hints = m.template call<Fn::hint_size>(response);
+  const auto [size, hints] = size_and_hints(m, response);
+  StepListSizes<M> list_size(m, keep);
   auto current = steps;
   for (std::size_t n = m.length(current); m.size_greater(n, keep); n = m.length(current)) {
-    const std::int64_t added = m.template call<Fn::encoded_size>(current) + steps_key_bytes;
+    const std::int64_t added = list_size(current, n) + steps_key_bytes;
     const double room = std::max(hint_share * static_cast<double>(size + added),
                                  static_cast<double>(hint_floor_bytes));
     if (static_cast<double>(hints + added) <= room) break;

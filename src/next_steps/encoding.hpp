@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "next_steps/model.hpp"
@@ -48,6 +49,35 @@ struct KeySink {
   void token(const StrView& s) { append_ascii_token(text, s); }
 };
 
+// Counts the compact text's bytes and says whether the walk ran host code
+// (a subclass's items() or iteration, str() of an other value): only a walk
+// that ran none is sure to give the same counts when made again.
+struct WatchedSizeSink : SizeSink {
+  bool ran_host_code = false;
+};
+
+// Also counts the bytes that the hint walk (budget.hpp) would count: the
+// values of hint fields met on a path of dicts and lists from the top,
+// outside every hint field's value.
+struct HintSizeSink : WatchedSizeSink {
+  std::size_t hint_bytes = 0;
+  std::size_t hidden = 0;  // tuples and hint fields' values being written
+};
+
+// Also counts the bytes up to the end of each item of the outermost list, so
+// that the text of any leading part of it is known: `[`, those items joined
+// by `,`, then `]`.
+struct ItemSizeSink : WatchedSizeSink {
+  std::vector<std::size_t> ends;
+};
+
+template <class Sink>
+concept WatchesHostCode = std::is_base_of_v<WatchedSizeSink, Sink>;
+template <class Sink>
+concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
+template <class Sink>
+concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
+
 template <class M, class Sink>
 class Writer {
  public:
@@ -61,10 +91,11 @@ class Writer {
       case Kind::str: return sink_.token(m_.str_view(v));
       case Kind::integer: return integer(v);
       case Kind::real: return real(m_.float_value(v));
-      case Kind::list:
-      case Kind::tuple: return sequence(v);
+      case Kind::list: return sequence(v, false);
+      case Kind::tuple: return sequence(v, true);
       case Kind::dict: return mapping(v);
       case Kind::other: {
+        if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
         const Value text = m_.text_form(v);
         return sink_.token(m_.str_view(text));
       }
@@ -121,20 +152,27 @@ class Writer {
     if (std::find(open_.begin(), open_.end(), id) != open_.end())
       m_.raise(ErrorKind::value, "Circular reference detected");
     open_.push_back(id);
+    if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code |= !m_.is_plain(v);
   }
 
-  void sequence(const Value& v) {
+  // The hint walk does not go into tuples.
+  void sequence(const Value& v, [[maybe_unused]] bool tuple) {
     auto guard = m_.recursion_guard(" while encoding a JSON object");
     enter(v);
+    if constexpr (CountsHints<Sink>) sink_.hidden += tuple;
     sink_.ascii("[");
     bool first = true;
     m_.for_each_item(v, [&](const Value& item) {
       if (!first) sink_.ascii(Sink::item_sep);
       first = false;
       value(item);
+      if constexpr (CountsItems<Sink>) {
+        if (open_.size() == 1) sink_.ends.push_back(sink_.bytes);
+      }
       return true;
     });
     sink_.ascii("]");
+    if constexpr (CountsHints<Sink>) sink_.hidden -= tuple;
     open_.pop_back();
   }
 
@@ -143,6 +181,17 @@ class Writer {
     first = false;
     key(k);
     sink_.ascii(Sink::key_sep);
+    if constexpr (CountsHints<Sink>) {
+      // A hint field's value counts whole, once: hint fields inside it do not.
+      if (sink_.hidden == 0 && m_.is_hint_key(k)) {
+        const std::size_t before = sink_.bytes;
+        ++sink_.hidden;
+        value(item);
+        --sink_.hidden;
+        sink_.hint_bytes += sink_.bytes - before;
+        return;
+      }
+    }
     value(item);
   }
 
@@ -169,17 +218,23 @@ class Writer {
   std::string scratch_;
 };
 
-// UTF-8 bytes of the compact text of `v`.  A lone surrogate fails only after
-// the whole value was written, so that any other failure comes first.
-template <class M>
-std::int64_t encoded_size(M& m, const typename M::Value& v) {
-  SizeSink sink;
-  Writer<M, SizeSink>(m, sink).value(v);
+// Counts the compact text of `v` into `sink`.  A lone surrogate fails only
+// after the whole value was written, so that any other failure comes first.
+template <class M, class Sink>
+void count_compact(M& m, const typename M::Value& v, Sink& sink) {
+  Writer<M, Sink>(m, sink).value(v);
   if (sink.surrogate) {
     RawSink raw;
     Writer<M, RawSink>(m, raw).value(v);
     m.raise_encode_error(raw.text);
   }
+}
+
+// UTF-8 bytes of the compact text of `v`.
+template <class M>
+std::int64_t encoded_size(M& m, const typename M::Value& v) {
+  SizeSink sink;
+  count_compact(m, v, sink);
   return static_cast<std::int64_t>(sink.bytes);
 }
 

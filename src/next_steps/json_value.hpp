@@ -316,6 +316,20 @@ class NativeModel {
       return false;
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
+  bool is_plain(const Json&) const { return true; }
+  bool is_plain_text(const Json& v) const {
+    return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
+  }
+  std::size_t text_hash(const Json& v) const { return std::hash<std::u32string>{}(v->text); }
+  bool same_plain(const Json& a, const Json& b) const {
+    if (a->kind == Kind::str) return b->kind == Kind::str && a->text == b->text;
+    return a->entries.size() == b->entries.size() &&
+           std::all_of(a->entries.begin(), a->entries.end(), [&](const auto& e) {
+             return std::any_of(b->entries.begin(), b->entries.end(), [&](const auto& f) {
+               return same_plain(e.first, f.first) && same_plain(e.second, f.second);
+             });
+           });
+  }
   Json first(const Json& seq) {
     if (seq->items.empty()) raise(ErrorKind::value, "list index out of range");
     return seq->items.front();
@@ -350,6 +364,10 @@ class NativeModel {
   template <Fn F>
   Bound<F> resolve() const {
     return {is_own(F) && !bound[static_cast<std::size_t>(F)]};
+  }
+  template <Fn F>
+  bool holds_own() const {
+    return resolve<F>().own;
   }
   template <Fn F, class... A>
   CallResult<F, Json> invoke(const Bound<F>& b, const A&... a) {

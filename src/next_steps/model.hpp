@@ -50,11 +50,18 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.head(v, std::size_t{}) } -> std::same_as<typename M::Value>;  // seq[:n]
   { m.sorted_entries(v) } -> std::same_as<std::vector<std::pair<typename M::Value, typename M::Value>>>;
   { m.is_hint_key(v) } -> std::same_as<bool>;
+  { m.is_plain(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
+  // A plain text: its call-key text and its value are equal together.
+  { m.is_plain_text(v) } -> std::same_as<bool>;
+  { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
+  { m.same_plain(v, v) } -> std::same_as<bool>;     // == of plain texts, or of plain dicts of them
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");
   // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
   // in order, stopping when f returns false; call<F>(args...) calls through
-  // the module's namespace; raise(kind, message) never returns.
+  // the module's namespace; holds_own<F>() says, without failing, whether the
+  // name still holds the module's own function; raise(kind, message) never
+  // returns.
 };
 
 }  // namespace next_steps
