@@ -83,8 +83,7 @@ class HostModel {
   }
   StrView str_view(const Object& v) const {
     PyObject* o = v.get();
-    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
-            PyUnicode_IS_ASCII(o) != 0};
+    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o))};
   }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -18,7 +19,6 @@ struct StrView {
   const void* data = nullptr;
   std::size_t length = 0;
   int width = 1;
-  bool ascii = false;  // every code point below U+0080 (width 1 only)
 
   std::uint32_t operator[](std::size_t i) const {
     switch (width) {
@@ -42,23 +42,119 @@ constexpr std::array<std::uint8_t, 128> make_escape_extra() {
 }
 inline constexpr auto escape_extra = make_escape_extra();
 
+// Bytes beyond one per code point: escapes and multi-byte UTF-8.  The plain
+// walk, one code point at a time, and the reference of the fast one below.
 template <class Char>
-std::size_t compact_bytes(const Char* s, std::size_t n, bool& surrogate) {
-  std::size_t bytes = n + 2;
+std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
+  std::size_t extra = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const std::uint32_t c = s[i];
     if (c < 0x80) {
-      bytes += escape_extra[c];
+      extra += escape_extra[c];
     } else if (c < 0x800) {
-      bytes += 1;
+      extra += 1;
     } else if (c < 0x10000) {
-      bytes += 2;
+      extra += 2;
       if (is_surrogate(c)) surrogate = true;
     } else {
-      bytes += 3;
+      extra += 3;
     }
   }
-  return bytes;
+  return extra;
+}
+
+// A 64-bit word read as lanes of code units of one storage width.  Each test
+// leaves its answer in the top bit of every lane, and no carry crosses from a
+// lane into the next, so a lane's bit says only what that lane holds.
+template <class Char>
+struct Lanes {
+  static constexpr unsigned bits = 8 * sizeof(Char);
+  static constexpr std::size_t per_word = sizeof(std::uint64_t) / sizeof(Char);
+  static constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << bits) - 1);
+  static constexpr std::uint64_t top = ones << (bits - 1);
+
+  static constexpr std::uint64_t spread(std::uint64_t c) { return c * ones; }
+  // Lanes holding at least n, for n up to the top bit's value.
+  static constexpr std::uint64_t at_least(std::uint64_t w, std::uint64_t n) {
+    return (((w & ~top) + spread((std::uint64_t{1} << (bits - 1)) - n)) | w) & top;
+  }
+  static constexpr std::uint64_t below(std::uint64_t w, std::uint64_t n) { return ~at_least(w, n) & top; }
+  static constexpr std::uint64_t equal(std::uint64_t w, std::uint64_t c) { return below(w ^ spread(c), 1); }
+
+  // Code units that need an escape in a string token.
+  static constexpr std::uint64_t escapes(std::uint64_t w) { return below(w, 0x20) | equal(w, '"') | equal(w, '\\'); }
+  static constexpr std::uint64_t surrogates(std::uint64_t w) {
+    if constexpr (bits == 8) return 0;
+    else return equal(w & spread(~std::uint64_t{0x7FF} & ((std::uint64_t{1} << bits) - 1)), 0xD800);
+  }
+  // UTF-8 bytes beyond the first of all lanes: one from U+0080, one more from
+  // U+0800, one more from U+10000.  The lane sums stay below a lane's range,
+  // so one multiply adds them all into the top lane.
+  static constexpr std::size_t utf8_extra(std::uint64_t w) {
+    std::uint64_t n = at_least(w, 0x80) >> (bits - 1);
+    if constexpr (bits > 8) n += at_least(w, 0x800) >> (bits - 1);
+    if constexpr (bits > 16) n += at_least(w, 0x10000) >> (bits - 1);
+    return static_cast<std::size_t>((n * ones) >> (64 - bits));
+  }
+  // The lanes from the `skip`-th on, in memory order.
+  static constexpr std::uint64_t from_lane(std::size_t skip) {
+    if constexpr (std::endian::native == std::endian::little) return ~std::uint64_t{0} << (bits * skip);
+    else return ~std::uint64_t{0} >> (bits * skip);
+  }
+};
+
+// Adds to `extra` the extra_bytes of the code units in the lanes of `w` from
+// the `skip`-th on, unless one of them needs an escape: a word with one is
+// rare in real text and is left to the plain walk (false).
+template <class Char>
+bool add_word_extra(std::uint64_t w, std::size_t skip, std::size_t& extra, bool& surrogate) {
+  using L = Lanes<Char>;
+  if (skip) {
+    const std::uint64_t keep = L::from_lane(skip);
+    w = (w & keep) | (L::spread(' ') & ~keep);  // a space adds nothing
+  }
+  if (L::escapes(w)) return false;
+  if (L::surrogates(w)) surrogate = true;
+  extra += L::utf8_extra(w);
+  return true;
+}
+
+// The word made of the code units at `head` then those at `tail`, half a word
+// each, in memory order whatever the byte order.
+inline std::uint64_t load_halves(const void* head, const void* tail) {
+  unsigned char bytes[sizeof(std::uint64_t)];
+  std::memcpy(bytes, head, sizeof bytes / 2);
+  std::memcpy(bytes + sizeof bytes / 2, tail, sizeof bytes / 2);
+  std::uint64_t w;
+  std::memcpy(&w, bytes, sizeof w);
+  return w;
+}
+
+// extra_bytes a word at a time.  No load reaches past the string's storage:
+// the last word ends at the string's end and overlaps the one before, a
+// string shorter than a word is read as two overlapping half words (the
+// overlap skipped), and one shorter than half a word takes the plain walk.
+template <class Char>
+std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+  constexpr std::size_t per_word = Lanes<Char>::per_word, half = per_word / 2;
+  std::size_t extra = 0;
+  if (n < per_word) {
+    if (n < half || !add_word_extra<Char>(load_halves(s + n - half, s), per_word - n, extra, surrogate))
+      return extra_bytes(s, n, surrogate);
+    return extra;
+  }
+  std::size_t i = 0;
+  for (; i + per_word <= n; i += per_word)
+    if (!add_word_extra<Char>(load_halves(s + i, s + i + half), 0, extra, surrogate))
+      extra += extra_bytes(s + i, per_word, surrogate);
+  if (i < n && !add_word_extra<Char>(load_halves(s + n - per_word, s + n - half), per_word - (n - i), extra, surrogate))
+    extra += extra_bytes(s + i, n - i, surrogate);
+  return extra;
+}
+
+template <class Char>
+std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
+  return n + 2 + extra_bytes_fast(static_cast<const Char*>(data), n, surrogate);
 }
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
@@ -91,17 +187,9 @@ void put_u_escape(Out& out, std::uint32_t unit) {
 // count goes on, as the host writes the whole text before it encodes it.
 inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate) {
   switch (s.width) {
-    case 1: {
-      auto p = static_cast<const std::uint8_t*>(s.data);
-      if (s.ascii) {
-        std::size_t bytes = s.length + 2;
-        for (std::size_t i = 0; i < s.length; ++i) bytes += detail::escape_extra[p[i]];
-        return bytes;
-      }
-      return detail::compact_bytes(p, s.length, surrogate);
-    }
-    case 2: return detail::compact_bytes(static_cast<const std::uint16_t*>(s.data), s.length, surrogate);
-    default: return detail::compact_bytes(static_cast<const std::uint32_t*>(s.data), s.length, surrogate);
+    case 1: return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
+    case 2: return detail::token_bytes<std::uint16_t>(s.data, s.length, surrogate);
+    default: return detail::token_bytes<std::uint32_t>(s.data, s.length, surrogate);
   }
 }
 
