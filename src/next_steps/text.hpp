@@ -4,12 +4,15 @@
 #pragma once
 
 #include <array>
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
+
+#if defined(__x86_64__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 namespace next_steps {
 
@@ -63,94 +66,118 @@ std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
   return extra;
 }
 
-// A 64-bit word read as lanes of code units of one storage width.  Each test
-// leaves its answer in the top bit of every lane, and no carry crosses from a
-// lane into the next, so a lane's bit says only what that lane holds.
+#if defined(__x86_64__) || defined(_M_X64)
+// Sixteen bytes of code units of one storage width as the lanes of an SSE2
+// vector, part of every x86-64, so no dispatch is needed.  Each test sets
+// all bits of the lanes where it holds.
 template <class Char>
 struct Lanes {
-  static constexpr unsigned bits = 8 * sizeof(Char);
-  static constexpr std::size_t per_word = sizeof(std::uint64_t) / sizeof(Char);
-  static constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << bits) - 1);
-  static constexpr std::uint64_t top = ones << (bits - 1);
+  static constexpr std::size_t count = sizeof(__m128i) / sizeof(Char);
 
-  static constexpr std::uint64_t spread(std::uint64_t c) { return c * ones; }
-  // Lanes holding at least n, for n up to the top bit's value.
-  static constexpr std::uint64_t at_least(std::uint64_t w, std::uint64_t n) {
-    return (((w & ~top) + spread((std::uint64_t{1} << (bits - 1)) - n)) | w) & top;
+  static __m128i spread(std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm_set1_epi8(static_cast<char>(c));
+    else if constexpr (sizeof(Char) == 2) return _mm_set1_epi16(static_cast<short>(c));
+    else return _mm_set1_epi32(static_cast<int>(c));
   }
-  static constexpr std::uint64_t below(std::uint64_t w, std::uint64_t n) { return ~at_least(w, n) & top; }
-  static constexpr std::uint64_t equal(std::uint64_t w, std::uint64_t c) { return below(w ^ spread(c), 1); }
-
-  // Code units that need an escape in a string token.
-  static constexpr std::uint64_t escapes(std::uint64_t w) { return below(w, 0x20) | equal(w, '"') | equal(w, '\\'); }
-  static constexpr std::uint64_t surrogates(std::uint64_t w) {
-    if constexpr (bits == 8) return 0;
-    else return equal(w & spread(~std::uint64_t{0x7FF} & ((std::uint64_t{1} << bits) - 1)), 0xD800);
+  static __m128i equal(__m128i v, std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(v, spread(c));
+    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(v, spread(c));
+    else return _mm_cmpeq_epi32(v, spread(c));
   }
-  // UTF-8 bytes beyond the first of all lanes: one from U+0080, one more from
-  // U+0800, one more from U+10000.  The lane sums stay below a lane's range,
-  // so one multiply adds them all into the top lane.
-  static constexpr std::size_t utf8_extra(std::uint64_t w) {
-    std::uint64_t n = at_least(w, 0x80) >> (bits - 1);
-    if constexpr (bits > 8) n += at_least(w, 0x800) >> (bits - 1);
-    if constexpr (bits > 16) n += at_least(w, 0x10000) >> (bits - 1);
-    return static_cast<std::size_t>((n * ones) >> (64 - bits));
+  // Lanes holding less than n (n > 0).  Four-byte code points stay below
+  // 2^31, so the signed comparison serves there.
+  static __m128i below(__m128i v, std::uint32_t n) {
+    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(_mm_subs_epu8(v, spread(n - 1)), _mm_setzero_si128());
+    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(_mm_subs_epu16(v, spread(n - 1)), _mm_setzero_si128());
+    else return _mm_cmplt_epi32(v, spread(n));
   }
-  // The lanes from the `skip`-th on, in memory order.
-  static constexpr std::uint64_t from_lane(std::size_t skip) {
-    if constexpr (std::endian::native == std::endian::little) return ~std::uint64_t{0} << (bits * skip);
-    else return ~std::uint64_t{0} >> (bits * skip);
+  static __m128i escapes(__m128i v) {
+    return _mm_or_si128(below(v, 0x20), _mm_or_si128(equal(v, '"'), equal(v, '\\')));
+  }
+  static __m128i surrogates(__m128i v) {
+    if constexpr (sizeof(Char) == 1) return _mm_setzero_si128();
+    else return equal(_mm_and_si128(v, spread(~std::uint32_t{0x7FF})), 0xD800);
+  }
+  // Per lane, the UTF-8 bytes beyond the first: one from U+0080, one more
+  // from U+0800, one more from U+10000 (at most 3, in the lane's low byte).
+  static __m128i utf8_extra(__m128i v) {
+    const __m128i one = spread(1);
+    __m128i n = _mm_andnot_si128(below(v, 0x80), one);
+    if constexpr (sizeof(Char) > 1) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x800), one));
+    if constexpr (sizeof(Char) > 2) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x10000), one));
+    return n;
+  }
+  // The lanes from the `skip`-th on.
+  static __m128i from_lane(std::size_t skip) {
+    alignas(16) static constexpr unsigned char edge[32] = {0,    0,    0,    0,    0,    0,    0,    0,
+                                                           0,    0,    0,    0,    0,    0,    0,    0,
+                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(edge + 16 - skip * sizeof(Char)));
+  }
+  static __m128i load(const Char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+  // Half a vector from `head`, then half from `tail`.
+  static __m128i load_halves(const Char* head, const Char* tail) {
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(head)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(tail)));
   }
 };
 
-// Adds to `extra` the extra_bytes of the code units in the lanes of `w` from
-// the `skip`-th on, unless one of them needs an escape: a word with one is
-// rare in real text and is left to the plain walk (false).
+// Sums the extra bytes of vectors of code units, lane-wise until the end.
 template <class Char>
-bool add_word_extra(std::uint64_t w, std::size_t skip, std::size_t& extra, bool& surrogate) {
+class VectorCount {
+ public:
   using L = Lanes<Char>;
-  if (skip) {
-    const std::uint64_t keep = L::from_lane(skip);
-    w = (w & keep) | (L::spread(' ') & ~keep);  // a space adds nothing
+
+  // Counts the lanes of `v` from the `skip`-th on, unless one of them needs
+  // an escape: a vector with one is rare in real text and is left to the
+  // plain walk (false).
+  bool add(__m128i v, std::size_t skip) {
+    if (skip) {
+      const __m128i keep = L::from_lane(skip);
+      v = _mm_or_si128(_mm_and_si128(v, keep), _mm_andnot_si128(keep, L::spread(' ')));  // a space adds nothing
+    }
+    if (_mm_movemask_epi8(L::escapes(v))) return false;
+    lone_ = _mm_or_si128(lone_, L::surrogates(v));
+    sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(L::utf8_extra(v), _mm_setzero_si128()));
+    return true;
   }
-  if (L::escapes(w)) return false;
-  if (L::surrogates(w)) surrogate = true;
-  extra += L::utf8_extra(w);
-  return true;
-}
+  std::size_t total(bool& surrogate) const {
+    if (_mm_movemask_epi8(lone_)) surrogate = true;
+    const __m128i sum = _mm_add_epi64(sums_, _mm_unpackhi_epi64(sums_, sums_));
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(sum));
+  }
 
-// The word made of the code units at `head` then those at `tail`, half a word
-// each, in memory order whatever the byte order.
-inline std::uint64_t load_halves(const void* head, const void* tail) {
-  unsigned char bytes[sizeof(std::uint64_t)];
-  std::memcpy(bytes, head, sizeof bytes / 2);
-  std::memcpy(bytes + sizeof bytes / 2, tail, sizeof bytes / 2);
-  std::uint64_t w;
-  std::memcpy(&w, bytes, sizeof w);
-  return w;
-}
+ private:
+  __m128i sums_ = _mm_setzero_si128(), lone_ = _mm_setzero_si128();
+};
 
-// extra_bytes a word at a time.  No load reaches past the string's storage:
-// the last word ends at the string's end and overlaps the one before, a
-// string shorter than a word is read as two overlapping half words (the
-// overlap skipped), and one shorter than half a word takes the plain walk.
+// extra_bytes a vector at a time.  No load reaches past the string's
+// storage: the last vector ends at the string's end and overlaps the one
+// before, a string shorter than a vector is read as two overlapping halves
+// (the overlap skipped), and one shorter than half a vector takes the plain walk.
 template <class Char>
 std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
-  constexpr std::size_t per_word = Lanes<Char>::per_word, half = per_word / 2;
-  std::size_t extra = 0;
-  if (n < per_word) {
-    if (n < half || !add_word_extra<Char>(load_halves(s + n - half, s), per_word - n, extra, surrogate))
-      return extra_bytes(s, n, surrogate);
-    return extra;
+  using L = Lanes<Char>;
+  constexpr std::size_t lanes = L::count, half = lanes / 2;
+  if (n < half) return extra_bytes(s, n, surrogate);
+  VectorCount<Char> count;
+  if (n < lanes) {
+    if (!count.add(L::load_halves(s + n - half, s), lanes - n)) return extra_bytes(s, n, surrogate);
+    return count.total(surrogate);
   }
-  std::size_t i = 0;
-  for (; i + per_word <= n; i += per_word)
-    if (!add_word_extra<Char>(load_halves(s + i, s + i + half), 0, extra, surrogate))
-      extra += extra_bytes(s + i, per_word, surrogate);
-  if (i < n && !add_word_extra<Char>(load_halves(s + n - per_word, s + n - half), per_word - (n - i), extra, surrogate))
-    extra += extra_bytes(s + i, n - i, surrogate);
-  return extra;
+  std::size_t extra = 0, i = 0;
+  for (; i + lanes <= n; i += lanes)
+    if (!count.add(L::load(s + i), 0)) extra += extra_bytes(s + i, lanes, surrogate);
+  if (i < n && !count.add(L::load(s + n - lanes), lanes - (n - i))) extra += extra_bytes(s + i, n - i, surrogate);
+  return extra + count.total(surrogate);
 }
+#else
+template <class Char>
+std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+  return extra_bytes(s, n, surrogate);
+}
+#endif
 
 template <class Char>
 std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {

@@ -1,7 +1,7 @@
-// The word-at-a-time count of a string's bytes must agree with the plain
+// The vector-at-a-time count of a string's bytes must agree with the plain
 // walk for every storage width, length, position in memory and mix of code
-// points: a lane test that leaks into its neighbour, or a tail word counted
-// twice, would shift every answer's size.
+// points: a lane test off by one, or a tail lane counted twice, would shift
+// every answer's size.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -38,12 +38,12 @@ TYPED_TEST(WordCount, AgreesWithThePlainWalk) {
   const auto plains = fits(plain), escapes = fits(escaped), lone = fits(surrogates);
   std::mt19937 rng(8);
   auto pick = [&](const std::vector<Char>& from) { return from[rng() % from.size()]; };
-  // Escapes never, rarely or often: a word with none is what the fast path counts.
+  // Escapes never, rarely or often: a vector with none is what the fast path counts.
   for (double escape_rate : {0.0, 0.02, 0.3}) {
     for (double lone_rate : {0.0, 0.01}) {
       std::bernoulli_distribution escape(escape_rate), surrogate(lone.empty() ? 0.0 : lone_rate);
       for (std::size_t length = 0; length <= 70; ++length) {
-        for (std::size_t offset = 0; offset < 8; ++offset) {
+        for (std::size_t offset = 0; offset < 16; ++offset) {
           std::vector<Char> buffer(offset + length);
           for (Char& c : buffer) c = escape(rng) ? pick(escapes) : surrogate(rng) ? pick(lone) : pick(plains);
           const Char* s = buffer.data() + offset;
