@@ -264,52 +264,85 @@ inline void append_raw_token(std::u32string& out, const StrView& s) {
   out.push_back(U'"');
 }
 
+namespace detail {
+
+// A finite double's shortest round-trip digits in the scientific text
+// "-d.ddde+XX": where they are, how many, and the decimal exponent.
+struct Scientific {
+  char text[32];
+  bool negative = false;
+  std::size_t digits = 0;
+  int exp = 0;
+
+  explicit Scientific(double v) {
+    const char* end = std::to_chars(text, text + sizeof text, v, std::chars_format::scientific).ptr;
+    negative = text[0] == '-';
+    const char* e = static_cast<const char*>(std::memchr(text, 'e', static_cast<std::size_t>(end - text)));
+    const auto mantissa = static_cast<std::size_t>(e - text) - negative;
+    digits = mantissa > 1 ? mantissa - 1 : 1;
+    std::from_chars(e + 1 + (e[1] == '+'), end, exp);
+  }
+  char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
+  // Positional notation for decimal exponents -4..15, as the host lays it out.
+  bool positional() const { return exp >= -4 && exp <= 15; }
+};
+
+}  // namespace detail
+
 // The host's text of a double: shortest round-trip digits, positional for
 // decimal exponents -4..15, otherwise d.ddde+XX; NaN and the infinities as
 // the JSON writer spells them.  Returns the length written into `buf`.
 inline std::size_t float_text(double v, char (&buf)[32]) {
   if (std::isnan(v)) return std::strlen(std::strcpy(buf, "NaN"));
   if (std::isinf(v)) return std::strlen(std::strcpy(buf, v > 0 ? "Infinity" : "-Infinity"));
-  char sci[32];
-  const auto res = std::to_chars(sci, sci + sizeof sci, v, std::chars_format::scientific);
-  const char* end = res.ptr;
-  const char* p = sci;
+  const detail::Scientific d(v);
+  const std::size_t nd = d.digits;
   char* out = buf;
-  if (*p == '-') *out++ = *p++;
-  char digits[20];
-  std::size_t nd = 0;
-  for (; *p != 'e'; ++p)
-    if (*p != '.') digits[nd++] = *p;
-  int exp = 0;
-  std::from_chars(p + 1 + (p[1] == '+'), end, exp);
-  if (exp >= -4 && exp <= 15) {
-    if (exp < 0) {
+  if (d.negative) *out++ = '-';
+  if (d.positional()) {
+    if (d.exp < 0) {
       *out++ = '0';
       *out++ = '.';
-      for (int i = -1; i > exp; --i) *out++ = '0';
-      for (std::size_t i = 0; i < nd; ++i) *out++ = digits[i];
+      for (int i = -1; i > d.exp; --i) *out++ = '0';
+      for (std::size_t i = 0; i < nd; ++i) *out++ = d.digit(i);
     } else {
-      const std::size_t whole = static_cast<std::size_t>(exp) + 1;
-      for (std::size_t i = 0; i < whole; ++i) *out++ = i < nd ? digits[i] : '0';
+      const std::size_t whole = static_cast<std::size_t>(d.exp) + 1;
+      for (std::size_t i = 0; i < whole; ++i) *out++ = i < nd ? d.digit(i) : '0';
       *out++ = '.';
       if (nd > whole)
-        for (std::size_t i = whole; i < nd; ++i) *out++ = digits[i];
+        for (std::size_t i = whole; i < nd; ++i) *out++ = d.digit(i);
       else
         *out++ = '0';
     }
   } else {
-    *out++ = digits[0];
+    *out++ = d.digit(0);
     if (nd > 1) {
       *out++ = '.';
-      for (std::size_t i = 1; i < nd; ++i) *out++ = digits[i];
+      for (std::size_t i = 1; i < nd; ++i) *out++ = d.digit(i);
     }
     *out++ = 'e';
-    *out++ = exp < 0 ? '-' : '+';
-    const int a = exp < 0 ? -exp : exp;
+    *out++ = d.exp < 0 ? '-' : '+';
+    const int a = d.exp < 0 ? -d.exp : d.exp;
     if (a < 10) *out++ = '0';
     out = std::to_chars(out, buf + sizeof buf, a).ptr;
   }
   return static_cast<std::size_t>(out - buf);
+}
+
+// The length of float_text, without laying the text out.
+inline std::size_t float_text_length(double v) {
+  if (std::isnan(v)) return 3;
+  if (std::isinf(v)) return v > 0 ? 8 : 9;
+  const detail::Scientific d(v);
+  const std::size_t nd = d.digits;
+  std::size_t n = d.negative;
+  if (!d.positional()) {
+    const int a = d.exp < 0 ? -d.exp : d.exp;
+    return n + nd + (nd > 1) + 2 + (a < 100 ? 2 : 3);  // e, sign, two or three digits
+  }
+  if (d.exp < 0) return n + 2 + static_cast<std::size_t>(-d.exp - 1) + nd;  // 0. then zeros
+  const std::size_t whole = static_cast<std::size_t>(d.exp) + 1;
+  return n + whole + 1 + (nd > whole ? nd - whole : 1);
 }
 
 // Decimal digits of a machine integer, with its sign.

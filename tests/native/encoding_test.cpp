@@ -2,6 +2,9 @@
 // answer's size, and the call key that tells repeated calls apart.  Both
 // must match the host's JSON writer byte for byte, or the budget and the
 // de-duplication drift from what the agent actually receives.
+#include <bit>
+#include <random>
+
 #include "helpers.hpp"
 
 using namespace next_steps;
@@ -22,6 +25,14 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
     const std::string text(buf, float_text(value, buf));
     EXPECT_EQ(text, expected);
     EXPECT_EQ(encoded_size(m, json::real(value)), static_cast<std::int64_t>(text.size())) << expected;
+  }
+  // Sizes count the text without laying it out: the two must agree on every
+  // exponent and digit count.
+  std::mt19937_64 bits(8);
+  for (int i = 0; i < 100000; ++i) {
+    const double value = std::bit_cast<double>(bits());
+    char buf[32];
+    ASSERT_EQ(float_text_length(value), float_text(value, buf)) << value;
   }
 }
 
