@@ -33,12 +33,13 @@ class HostModel {
   explicit HostModel(PyObject* module) : state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
 
   // --- kinds and scalars
-  Kind kind(const Object& v) const {
+  // Strings first: they are most of what an answer holds, keys included.
+  [[gnu::always_inline]] Kind kind(const Object& v) const {
     PyObject* o = v.get();
-    if (o == Py_None) return Kind::null;
-    if (o == Py_True || o == Py_False) return Kind::boolean;
     PyTypeObject* t = Py_TYPE(o);
     if (t == &PyUnicode_Type) return Kind::str;
+    if (o == Py_None) return Kind::null;
+    if (o == Py_True || o == Py_False) return Kind::boolean;
     if (t == &PyDict_Type) return Kind::dict;
     if (t == &PyList_Type) return Kind::list;
     if (t == &PyLong_Type) return Kind::integer;
