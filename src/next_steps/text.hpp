@@ -36,11 +36,13 @@ inline constexpr bool is_surrogate(std::uint32_t c) { return c >= 0xD800 && c <=
 
 namespace detail {
 
-// Bytes that the escape of a code point below U+0080 adds to the raw byte.
-constexpr std::array<std::uint8_t, 128> make_escape_extra() {
-  std::array<std::uint8_t, 128> extra{};
+// Bytes beyond one that a code point below U+0100 takes: what its escape
+// adds below U+0080, the second UTF-8 byte from there.
+constexpr std::array<std::uint8_t, 256> make_escape_extra() {
+  std::array<std::uint8_t, 256> extra{};
   for (int c = 0; c < 0x20; ++c) extra[c] = 5;  // \u00XX
   for (int c : {'\b', '\f', '\n', '\r', '\t', '"', '\\'}) extra[c] = 1;
+  for (int c = 0x80; c < 0x100; ++c) extra[c] = 1;
   return extra;
 }
 inline constexpr auto escape_extra = make_escape_extra();
@@ -160,7 +162,15 @@ template <class Char>
 std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   using L = Lanes<Char>;
   constexpr std::size_t lanes = L::count, half = lanes / 2;
-  if (n < half) return extra_bytes(s, n, surrogate);
+  if (n < half) {
+    if constexpr (sizeof(Char) == 1) {
+      std::size_t extra = 0;  // one look-up per code point, no branch
+      for (std::size_t i = 0; i < n; ++i) extra += escape_extra[s[i]];
+      return extra;
+    } else {
+      return extra_bytes(s, n, surrogate);
+    }
+  }
   VectorCount<Char> count;
   if (n < lanes) {
     if (!count.add(L::load_halves(s + n - half, s), lanes - n)) return extra_bytes(s, n, surrogate);
