@@ -75,7 +75,9 @@ spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st
 long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
 texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
 ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), st.sampled_from(list(Level)))
-floats = st.one_of(st.floats(), st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
+# Rounded values (scores, durations) are counted without the general digits algorithm.
+rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
+floats = st.one_of(st.floats(), rounded, st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
 others = st.one_of(
     texts.map(Text),
     st.frozensets(st.integers(0, 9), max_size=3).map(set),

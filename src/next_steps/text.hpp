@@ -276,13 +276,19 @@ inline void append_raw_token(std::u32string& out, const StrView& s) {
 
 namespace detail {
 
-// A finite double's shortest round-trip digits in the scientific text
-// "-d.ddde+XX": where they are, how many, and the decimal exponent.
-struct Scientific {
-  char text[32];
+// The shape of a finite double's shortest round-trip digits: sign, how many
+// significant digits, decimal exponent.
+struct Shape {
   bool negative = false;
   std::size_t digits = 0;
   int exp = 0;
+  // Positional notation for decimal exponents -4..15, as the host lays it out.
+  bool positional() const { return exp >= -4 && exp <= 15; }
+};
+
+// The digits in the scientific text "-d.ddde+XX" of the general algorithm.
+struct Scientific : Shape {
+  char text[32];
 
   explicit Scientific(double v) {
     const char* end = std::to_chars(text, text + sizeof text, v, std::chars_format::scientific).ptr;
@@ -293,9 +299,30 @@ struct Scientific {
     std::from_chars(e + 1 + (e[1] == '+'), end, exp);
   }
   char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
-  // Positional notation for decimal exponents -4..15, as the host lays it out.
-  bool positional() const { return exp >= -4 && exp <= 15; }
 };
+
+// The shape of a double with at most seven decimals (rounded scores,
+// durations), without the general algorithm.  The integer m nearest
+// |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
+// stays below 2^51; when it does, m's trailing zeros are the decimals the
+// shortest digits do without.  False for any other double.
+inline bool few_decimals(double v, Shape& shape) {
+  const double a = std::fabs(v);
+  const double x = a * 1e7;
+  if (!(x < 0x1p51)) return false;
+  auto m = static_cast<std::uint64_t>(x + 0.5);
+  if (static_cast<double>(m) / 1e7 != a) return false;
+  if (m == 0) {
+    shape = {std::signbit(v), 1, 0};
+    return true;
+  }
+  std::size_t nd = 1;
+  for (std::uint64_t rest = m; rest >= 10; rest /= 10) ++nd;
+  const int exp = static_cast<int>(nd) - 1 - 7;
+  for (; m % 10 == 0; m /= 10) --nd;
+  shape = {std::signbit(v), nd, exp};
+  return true;
+}
 
 }  // namespace detail
 
@@ -343,7 +370,8 @@ inline std::size_t float_text(double v, char (&buf)[32]) {
 inline std::size_t float_text_length(double v) {
   if (std::isnan(v)) return 3;
   if (std::isinf(v)) return v > 0 ? 8 : 9;
-  const detail::Scientific d(v);
+  detail::Shape d;
+  if (!detail::few_decimals(v, d)) d = detail::Scientific(v);
   const std::size_t nd = d.digits;
   std::size_t n = d.negative;
   if (!d.positional()) {
