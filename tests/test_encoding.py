@@ -74,7 +74,10 @@ runs = st.one_of(
 spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
 long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
 texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
-ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), st.sampled_from(list(Level)))
+# Wide ints are counted from their double, except next to a power of ten.
+near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
+                        st.sampled_from([1, -1]))
+ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, st.sampled_from(list(Level)))
 # Rounded values (scores, durations) are counted without the general digits algorithm.
 rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
 floats = st.one_of(st.floats(), rounded, st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
