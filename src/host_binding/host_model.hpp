@@ -6,6 +6,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <initializer_list>
 #include <optional>
@@ -33,12 +34,13 @@ class HostModel {
   explicit HostModel(PyObject* module) : state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
 
   // --- kinds and scalars
-  Kind kind(const Object& v) const {
+  // Strings first: they are most of what an answer holds, keys included.
+  [[gnu::always_inline]] Kind kind(const Object& v) const {
     PyObject* o = v.get();
-    if (o == Py_None) return Kind::null;
-    if (o == Py_True || o == Py_False) return Kind::boolean;
     PyTypeObject* t = Py_TYPE(o);
     if (t == &PyUnicode_Type) return Kind::str;
+    if (o == Py_None) return Kind::null;
+    if (o == Py_True || o == Py_False) return Kind::boolean;
     if (t == &PyDict_Type) return Kind::dict;
     if (t == &PyList_Type) return Kind::list;
     if (t == &PyLong_Type) return Kind::integer;
@@ -69,6 +71,7 @@ class HostModel {
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
     if (!overflow) return next_steps::int_text_length(n);
+    if (const std::size_t digits = wide_int_digits(v)) return digits + (overflow < 0);
     return static_cast<std::size_t>(PyUnicode_GET_LENGTH(int_repr(v).get()));
   }
   void int_text(const Object& v, std::string& out) const {
@@ -83,8 +86,7 @@ class HostModel {
   }
   StrView str_view(const Object& v) const {
     PyObject* o = v.get();
-    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
-            PyUnicode_IS_ASCII(o) != 0};
+    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o))};
   }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;
@@ -470,6 +472,23 @@ class HostModel {
 
  private:
   Object int_repr(const Object& v) const { return Object::steal(PyLong_Type.tp_repr(v.get())); }
+
+  // The decimal digits of an int beyond a machine word, read off its nearest
+  // double instead of its text; 0 where the double cannot tell: next to a
+  // power of ten, or beyond the double's range (the text then decides, and
+  // fails as the host's does for an int too long to write).
+  std::size_t wide_int_digits(const Object& v) const {
+    const double value = PyLong_AsDouble(v.get());
+    if (value == -1.0 && PyErr_Occurred()) {
+      PyErr_Clear();
+      return 0;
+    }
+    const double d = std::fabs(value);
+    const double below = std::floor(std::log10(d));
+    const double scaled = d / std::pow(10.0, below);  // in [1, 10) but for rounding
+    if (scaled < 1.000001 || scaled > 9.999999) return 0;
+    return static_cast<std::size_t>(below) + 1;
+  }
 
   bool compare_int(const Object& v, long long n, int op) const {
     PyObject* o = v.get();

@@ -114,8 +114,12 @@ class Writer {
   }
 
   void real(double d) {
-    char buf[32];
-    sink_.ascii(buf, float_text(d, buf));
+    if constexpr (Sink::counts) {
+      sink_.bytes += float_text_length(d);
+    } else {
+      char buf[32];
+      sink_.ascii(buf, float_text(d, buf));
+    }
   }
 
   // A key is written as a string token whatever its kind.
@@ -133,13 +137,10 @@ class Writer {
           integer(k);
           return sink_.ascii("\"");
         }
-      case Kind::real: {
-        char buf[32];
-        const std::size_t n = float_text(m_.float_value(k), buf);
+      case Kind::real:
         sink_.ascii("\"");
-        sink_.ascii(buf, n);
+        real(m_.float_value(k));
         return sink_.ascii("\"");
-      }
       default:
         m_.raise(ErrorKind::type, "keys must be str, int, float, bool or None, not " + m_.type_name(k));
     }

@@ -10,6 +10,10 @@
 #include <cstring>
 #include <string>
 
+#if defined(__x86_64__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
+
 namespace next_steps {
 
 // A read-only view of a string's code points, stored 1, 2 or 4 bytes wide.
@@ -18,7 +22,6 @@ struct StrView {
   const void* data = nullptr;
   std::size_t length = 0;
   int width = 1;
-  bool ascii = false;  // every code point below U+0080 (width 1 only)
 
   std::uint32_t operator[](std::size_t i) const {
     switch (width) {
@@ -33,32 +36,162 @@ inline constexpr bool is_surrogate(std::uint32_t c) { return c >= 0xD800 && c <=
 
 namespace detail {
 
-// Bytes that the escape of a code point below U+0080 adds to the raw byte.
-constexpr std::array<std::uint8_t, 128> make_escape_extra() {
-  std::array<std::uint8_t, 128> extra{};
+// Bytes beyond one that a code point below U+0100 takes: what its escape
+// adds below U+0080, the second UTF-8 byte from there.
+constexpr std::array<std::uint8_t, 256> make_escape_extra() {
+  std::array<std::uint8_t, 256> extra{};
   for (int c = 0; c < 0x20; ++c) extra[c] = 5;  // \u00XX
   for (int c : {'\b', '\f', '\n', '\r', '\t', '"', '\\'}) extra[c] = 1;
+  for (int c = 0x80; c < 0x100; ++c) extra[c] = 1;
   return extra;
 }
 inline constexpr auto escape_extra = make_escape_extra();
 
+// Bytes beyond one per code point: escapes and multi-byte UTF-8.  The plain
+// walk, one code point at a time, and the reference of the fast one below.
 template <class Char>
-std::size_t compact_bytes(const Char* s, std::size_t n, bool& surrogate) {
-  std::size_t bytes = n + 2;
+std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
+  std::size_t extra = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const std::uint32_t c = s[i];
     if (c < 0x80) {
-      bytes += escape_extra[c];
+      extra += escape_extra[c];
     } else if (c < 0x800) {
-      bytes += 1;
+      extra += 1;
     } else if (c < 0x10000) {
-      bytes += 2;
+      extra += 2;
       if (is_surrogate(c)) surrogate = true;
     } else {
-      bytes += 3;
+      extra += 3;
     }
   }
-  return bytes;
+  return extra;
+}
+
+#if defined(__x86_64__) || defined(_M_X64)
+// Sixteen bytes of code units of one storage width as the lanes of an SSE2
+// vector, part of every x86-64, so no dispatch is needed.  Each test sets
+// all bits of the lanes where it holds.
+template <class Char>
+struct Lanes {
+  static constexpr std::size_t count = sizeof(__m128i) / sizeof(Char);
+
+  static __m128i spread(std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm_set1_epi8(static_cast<char>(c));
+    else if constexpr (sizeof(Char) == 2) return _mm_set1_epi16(static_cast<short>(c));
+    else return _mm_set1_epi32(static_cast<int>(c));
+  }
+  static __m128i equal(__m128i v, std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(v, spread(c));
+    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(v, spread(c));
+    else return _mm_cmpeq_epi32(v, spread(c));
+  }
+  // Lanes holding less than n (n > 0).  Four-byte code points stay below
+  // 2^31, so the signed comparison serves there.
+  static __m128i below(__m128i v, std::uint32_t n) {
+    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(_mm_subs_epu8(v, spread(n - 1)), _mm_setzero_si128());
+    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(_mm_subs_epu16(v, spread(n - 1)), _mm_setzero_si128());
+    else return _mm_cmplt_epi32(v, spread(n));
+  }
+  static __m128i escapes(__m128i v) {
+    return _mm_or_si128(below(v, 0x20), _mm_or_si128(equal(v, '"'), equal(v, '\\')));
+  }
+  static __m128i surrogates(__m128i v) {
+    if constexpr (sizeof(Char) == 1) return _mm_setzero_si128();
+    else return equal(_mm_and_si128(v, spread(~std::uint32_t{0x7FF})), 0xD800);
+  }
+  // Per lane, the UTF-8 bytes beyond the first: one from U+0080, one more
+  // from U+0800, one more from U+10000 (at most 3, in the lane's low byte).
+  static __m128i utf8_extra(__m128i v) {
+    const __m128i one = spread(1);
+    __m128i n = _mm_andnot_si128(below(v, 0x80), one);
+    if constexpr (sizeof(Char) > 1) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x800), one));
+    if constexpr (sizeof(Char) > 2) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x10000), one));
+    return n;
+  }
+  // The lanes from the `skip`-th on.
+  static __m128i from_lane(std::size_t skip) {
+    alignas(16) static constexpr unsigned char edge[32] = {0,    0,    0,    0,    0,    0,    0,    0,
+                                                           0,    0,    0,    0,    0,    0,    0,    0,
+                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(edge + 16 - skip * sizeof(Char)));
+  }
+  static __m128i load(const Char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+  // Half a vector from `head`, then half from `tail`.
+  static __m128i load_halves(const Char* head, const Char* tail) {
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(head)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(tail)));
+  }
+};
+
+// Sums the extra bytes of vectors of code units, lane-wise until the end.
+template <class Char>
+class VectorCount {
+ public:
+  using L = Lanes<Char>;
+
+  // Counts the lanes of `v` from the `skip`-th on, unless one of them needs
+  // an escape: a vector with one is rare in real text and is left to the
+  // plain walk (false).
+  bool add(__m128i v, std::size_t skip) {
+    if (skip) {
+      const __m128i keep = L::from_lane(skip);
+      v = _mm_or_si128(_mm_and_si128(v, keep), _mm_andnot_si128(keep, L::spread(' ')));  // a space adds nothing
+    }
+    if (_mm_movemask_epi8(L::escapes(v))) return false;
+    lone_ = _mm_or_si128(lone_, L::surrogates(v));
+    sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(L::utf8_extra(v), _mm_setzero_si128()));
+    return true;
+  }
+  std::size_t total(bool& surrogate) const {
+    if (_mm_movemask_epi8(lone_)) surrogate = true;
+    const __m128i sum = _mm_add_epi64(sums_, _mm_unpackhi_epi64(sums_, sums_));
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(sum));
+  }
+
+ private:
+  __m128i sums_ = _mm_setzero_si128(), lone_ = _mm_setzero_si128();
+};
+
+// extra_bytes a vector at a time.  No load reaches past the string's
+// storage: the last vector ends at the string's end and overlaps the one
+// before, a string shorter than a vector is read as two overlapping halves
+// (the overlap skipped), and one shorter than half a vector takes the plain walk.
+template <class Char>
+std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+  using L = Lanes<Char>;
+  constexpr std::size_t lanes = L::count, half = lanes / 2;
+  if (n < half) {
+    if constexpr (sizeof(Char) == 1) {
+      std::size_t extra = 0;  // one look-up per code point, no branch
+      for (std::size_t i = 0; i < n; ++i) extra += escape_extra[s[i]];
+      return extra;
+    } else {
+      return extra_bytes(s, n, surrogate);
+    }
+  }
+  VectorCount<Char> count;
+  if (n < lanes) {
+    if (!count.add(L::load_halves(s + n - half, s), lanes - n)) return extra_bytes(s, n, surrogate);
+    return count.total(surrogate);
+  }
+  std::size_t extra = 0, i = 0;
+  for (; i + lanes <= n; i += lanes)
+    if (!count.add(L::load(s + i), 0)) extra += extra_bytes(s + i, lanes, surrogate);
+  if (i < n && !count.add(L::load(s + n - lanes), lanes - (n - i))) extra += extra_bytes(s + i, n - i, surrogate);
+  return extra + count.total(surrogate);
+}
+#else
+template <class Char>
+std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+  return extra_bytes(s, n, surrogate);
+}
+#endif
+
+template <class Char>
+std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
+  return n + 2 + extra_bytes_fast(static_cast<const Char*>(data), n, surrogate);
 }
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
@@ -91,17 +224,9 @@ void put_u_escape(Out& out, std::uint32_t unit) {
 // count goes on, as the host writes the whole text before it encodes it.
 inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate) {
   switch (s.width) {
-    case 1: {
-      auto p = static_cast<const std::uint8_t*>(s.data);
-      if (s.ascii) {
-        std::size_t bytes = s.length + 2;
-        for (std::size_t i = 0; i < s.length; ++i) bytes += detail::escape_extra[p[i]];
-        return bytes;
-      }
-      return detail::compact_bytes(p, s.length, surrogate);
-    }
-    case 2: return detail::compact_bytes(static_cast<const std::uint16_t*>(s.data), s.length, surrogate);
-    default: return detail::compact_bytes(static_cast<const std::uint32_t*>(s.data), s.length, surrogate);
+    case 1: return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
+    case 2: return detail::token_bytes<std::uint16_t>(s.data, s.length, surrogate);
+    default: return detail::token_bytes<std::uint32_t>(s.data, s.length, surrogate);
   }
 }
 
@@ -149,52 +274,113 @@ inline void append_raw_token(std::u32string& out, const StrView& s) {
   out.push_back(U'"');
 }
 
+namespace detail {
+
+// The shape of a finite double's shortest round-trip digits: sign, how many
+// significant digits, decimal exponent.
+struct Shape {
+  bool negative = false;
+  std::size_t digits = 0;
+  int exp = 0;
+  // Positional notation for decimal exponents -4..15, as the host lays it out.
+  bool positional() const { return exp >= -4 && exp <= 15; }
+};
+
+// The digits in the scientific text "-d.ddde+XX" of the general algorithm.
+struct Scientific : Shape {
+  char text[32];
+
+  explicit Scientific(double v) {
+    const char* end = std::to_chars(text, text + sizeof text, v, std::chars_format::scientific).ptr;
+    negative = text[0] == '-';
+    const char* e = static_cast<const char*>(std::memchr(text, 'e', static_cast<std::size_t>(end - text)));
+    const auto mantissa = static_cast<std::size_t>(e - text) - negative;
+    digits = mantissa > 1 ? mantissa - 1 : 1;
+    std::from_chars(e + 1 + (e[1] == '+'), end, exp);
+  }
+  char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
+};
+
+// The shape of a double with at most seven decimals (rounded scores,
+// durations), without the general algorithm.  The integer m nearest
+// |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
+// stays below 2^51; when it does, m's trailing zeros are the decimals the
+// shortest digits do without.  False for any other double.
+inline bool few_decimals(double v, Shape& shape) {
+  const double a = std::fabs(v);
+  const double x = a * 1e7;
+  if (!(x < 0x1p51)) return false;
+  auto m = static_cast<std::uint64_t>(x + 0.5);
+  if (static_cast<double>(m) / 1e7 != a) return false;
+  if (m == 0) {
+    shape = {std::signbit(v), 1, 0};
+    return true;
+  }
+  std::size_t nd = 1;
+  for (std::uint64_t rest = m; rest >= 10; rest /= 10) ++nd;
+  const int exp = static_cast<int>(nd) - 1 - 7;
+  for (; m % 10 == 0; m /= 10) --nd;
+  shape = {std::signbit(v), nd, exp};
+  return true;
+}
+
+}  // namespace detail
+
 // The host's text of a double: shortest round-trip digits, positional for
 // decimal exponents -4..15, otherwise d.ddde+XX; NaN and the infinities as
 // the JSON writer spells them.  Returns the length written into `buf`.
 inline std::size_t float_text(double v, char (&buf)[32]) {
   if (std::isnan(v)) return std::strlen(std::strcpy(buf, "NaN"));
   if (std::isinf(v)) return std::strlen(std::strcpy(buf, v > 0 ? "Infinity" : "-Infinity"));
-  char sci[32];
-  const auto res = std::to_chars(sci, sci + sizeof sci, v, std::chars_format::scientific);
-  const char* end = res.ptr;
-  const char* p = sci;
+  const detail::Scientific d(v);
+  const std::size_t nd = d.digits;
   char* out = buf;
-  if (*p == '-') *out++ = *p++;
-  char digits[20];
-  std::size_t nd = 0;
-  for (; *p != 'e'; ++p)
-    if (*p != '.') digits[nd++] = *p;
-  int exp = 0;
-  std::from_chars(p + 1 + (p[1] == '+'), end, exp);
-  if (exp >= -4 && exp <= 15) {
-    if (exp < 0) {
+  if (d.negative) *out++ = '-';
+  if (d.positional()) {
+    if (d.exp < 0) {
       *out++ = '0';
       *out++ = '.';
-      for (int i = -1; i > exp; --i) *out++ = '0';
-      for (std::size_t i = 0; i < nd; ++i) *out++ = digits[i];
+      for (int i = -1; i > d.exp; --i) *out++ = '0';
+      for (std::size_t i = 0; i < nd; ++i) *out++ = d.digit(i);
     } else {
-      const std::size_t whole = static_cast<std::size_t>(exp) + 1;
-      for (std::size_t i = 0; i < whole; ++i) *out++ = i < nd ? digits[i] : '0';
+      const std::size_t whole = static_cast<std::size_t>(d.exp) + 1;
+      for (std::size_t i = 0; i < whole; ++i) *out++ = i < nd ? d.digit(i) : '0';
       *out++ = '.';
       if (nd > whole)
-        for (std::size_t i = whole; i < nd; ++i) *out++ = digits[i];
+        for (std::size_t i = whole; i < nd; ++i) *out++ = d.digit(i);
       else
         *out++ = '0';
     }
   } else {
-    *out++ = digits[0];
+    *out++ = d.digit(0);
     if (nd > 1) {
       *out++ = '.';
-      for (std::size_t i = 1; i < nd; ++i) *out++ = digits[i];
+      for (std::size_t i = 1; i < nd; ++i) *out++ = d.digit(i);
     }
     *out++ = 'e';
-    *out++ = exp < 0 ? '-' : '+';
-    const int a = exp < 0 ? -exp : exp;
+    *out++ = d.exp < 0 ? '-' : '+';
+    const int a = d.exp < 0 ? -d.exp : d.exp;
     if (a < 10) *out++ = '0';
     out = std::to_chars(out, buf + sizeof buf, a).ptr;
   }
   return static_cast<std::size_t>(out - buf);
+}
+
+// The length of float_text, without laying the text out.
+inline std::size_t float_text_length(double v) {
+  if (std::isnan(v)) return 3;
+  if (std::isinf(v)) return v > 0 ? 8 : 9;
+  detail::Shape d;
+  if (!detail::few_decimals(v, d)) d = detail::Scientific(v);
+  const std::size_t nd = d.digits;
+  std::size_t n = d.negative;
+  if (!d.positional()) {
+    const int a = d.exp < 0 ? -d.exp : d.exp;
+    return n + nd + (nd > 1) + 2 + (a < 100 ? 2 : 3);  // e, sign, two or three digits
+  }
+  if (d.exp < 0) return n + 2 + static_cast<std::size_t>(-d.exp - 1) + nd;  // 0. then zeros
+  const std::size_t whole = static_cast<std::size_t>(d.exp) + 1;
+  return n + whole + 1 + (nd > whole ? nd - whole : 1);
 }
 
 // Decimal digits of a machine integer, with its sign.

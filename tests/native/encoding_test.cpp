@@ -2,6 +2,9 @@
 // answer's size, and the call key that tells repeated calls apart.  Both
 // must match the host's JSON writer byte for byte, or the budget and the
 // de-duplication drift from what the agent actually receives.
+#include <bit>
+#include <random>
+
 #include "helpers.hpp"
 
 using namespace next_steps;
@@ -22,6 +25,19 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
     const std::string text(buf, float_text(value, buf));
     EXPECT_EQ(text, expected);
     EXPECT_EQ(encoded_size(m, json::real(value)), static_cast<std::int64_t>(text.size())) << expected;
+  }
+  // Sizes count the text without laying it out: the two must agree on every
+  // exponent and digit count.
+  // Random bits, and values of a few decimals, which are counted without the
+  // general shortest-digits algorithm.
+  std::mt19937_64 bits(8);
+  const double scale[] = {1, 10, 100, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
+  for (int i = 0; i < 200000; ++i) {
+    const double value = i % 2 ? std::bit_cast<double>(bits())
+                               : static_cast<double>(static_cast<std::int64_t>(bits() >> (bits() % 64))) *
+                                     (i % 4 ? 1 : -1) / scale[bits() % 9];
+    char buf[32];
+    ASSERT_EQ(float_text_length(value), float_text(value, buf)) << value;
   }
 }
 

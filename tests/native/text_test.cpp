@@ -1,0 +1,60 @@
+// The vector-at-a-time count of a string's bytes must agree with the plain
+// walk for every storage width, length, position in memory and mix of code
+// points: a lane test off by one, or a tail lane counted twice, would shift
+// every answer's size.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "next_steps/text.hpp"
+
+using namespace next_steps::detail;
+
+namespace {
+
+template <class Char>
+class WordCount : public ::testing::Test {};
+
+using Widths = ::testing::Types<std::uint8_t, std::uint16_t, std::uint32_t>;
+TYPED_TEST_SUITE(WordCount, Widths);
+
+// Code points next to every threshold the lane tests draw, and ones whose
+// low byte alone would be an escape or a surrogate's.
+const std::vector<std::uint32_t> plain = {'a', ' ', '!', '#', '[', ']', '~', 0x7F, 0x80, 0xE9, 0xFF, 0x100, 0x2022,
+                                          0x225C, 0x0A00, 0x7FF, 0x800, 0x4E2D, 0x8000, 0xD7FF, 0xE000, 0xFFFF,
+                                          0x10000, 0x1D800, 0x10022, 0x1F600, 0x10FFFF};
+const std::vector<std::uint32_t> escaped = {0x00, 0x01, '\b', '\t', '\n', 0x1F, '"', '\\'};
+const std::vector<std::uint32_t> surrogates = {0xD800, 0xDBFF, 0xDC00, 0xDFFF};
+
+TYPED_TEST(WordCount, AgreesWithThePlainWalk) {
+  using Char = TypeParam;
+  auto fits = [](const std::vector<std::uint32_t>& all) {
+    std::vector<Char> out;
+    for (std::uint32_t c : all)
+      if (c <= std::numeric_limits<Char>::max()) out.push_back(static_cast<Char>(c));
+    return out;
+  };
+  const auto plains = fits(plain), escapes = fits(escaped), lone = fits(surrogates);
+  std::mt19937 rng(8);
+  auto pick = [&](const std::vector<Char>& from) { return from[rng() % from.size()]; };
+  // Escapes never, rarely or often: a vector with none is what the fast path counts.
+  for (double escape_rate : {0.0, 0.02, 0.3}) {
+    for (double lone_rate : {0.0, 0.01}) {
+      std::bernoulli_distribution escape(escape_rate), surrogate(lone.empty() ? 0.0 : lone_rate);
+      for (std::size_t length = 0; length <= 70; ++length) {
+        for (std::size_t offset = 0; offset < 16; ++offset) {
+          std::vector<Char> buffer(offset + length);
+          for (Char& c : buffer) c = escape(rng) ? pick(escapes) : surrogate(rng) ? pick(lone) : pick(plains);
+          const Char* s = buffer.data() + offset;
+          bool fast_lone = false, plain_lone = false;
+          ASSERT_EQ(extra_bytes_fast(s, length, fast_lone), extra_bytes(s, length, plain_lone))
+              << "length " << length << ", offset " << offset;
+          ASSERT_EQ(fast_lone, plain_lone) << "length " << length << ", offset " << offset;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
