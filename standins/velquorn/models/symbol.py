@@ -16,6 +16,7 @@ from __future__ import annotations
 
 from collections.abc import Mapping
 from dataclasses import dataclass
+from functools import lru_cache
 from pathlib import PurePosixPath
 from typing import Any
 
@@ -63,7 +64,17 @@ def is_code_symbol(kind: str | None, file: str | None) -> bool:
         return False
     if file is None:
         return True
+    if type(file) is str:
+        return _suffix(file) in SOURCE_SUFFIXES
     return PurePosixPath(file).suffix.lower() in SOURCE_SUFFIXES
+
+
+# Every answer asks about the file of its best hit, and the same files come
+# back answer after answer; a path object costs more than the rest of
+# finishing a small answer.
+@lru_cache(maxsize=4096)
+def _suffix(file: str) -> str:
+    return PurePosixPath(file).suffix.lower()
 
 
 @dataclass(frozen=True, slots=True)
