@@ -136,6 +136,8 @@ NEAR = "The nearest indexed {} to {} is {}"
         ("suggest_symbols", [], "pkg.Foo.bar", "detail", "",
          a_step("search", "No indexed symbol is near pkg.Foo.bar: search the names", action="symbols",
                 query="pkg.Foo.bar")),
+        ("suggest_symbols", [], "pkg::Foo::bar()", "detail", "bar",
+         a_step("search", "No indexed symbol is near pkg::Foo::bar(): search the names", action="symbols", query="bar")),
         ("suggest_paths", ["src/app/main.py", "src/app/mains.py"], "src/app/mian.py", "imports", None,
          a_step("file", NEAR.format("file", "src/app/mian.py", "src/app/main.py"), action="imports",
                 path="src/app/main.py")),

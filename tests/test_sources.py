@@ -102,6 +102,8 @@ HITS = {"symbols": [hit("pkg.f")], "files": ["pkg/f.py"]}
         ("search", "semantic", HITS, {}, [step("symbol", "detail", DETAIL, fqn="pkg.f"),
                                           step("symbol", "callers", CALLERS, fqn="pkg.f")]),
         ("quality", "circular_deps", HITS, {}, []),
+        # No hits: nothing is taken from the answer or the request.
+        ("symbol", "detail", {"fqn": "a.b.f", "total_count": 0}, {"fqn": "x", "path": "p"}, []),
         ("quality", "dead_code", {"dead_symbols": [hit("d")]}, {},
          [step("symbol", "references", "Check it has no references", fqn="d")]),
         ("symbol", "detail", {"total": 2}, RO({"fqn": "req.f", "path": "req.py"}),
@@ -139,8 +141,7 @@ MEANING, UNTESTED = "No hits: search by meaning", "No test covers it: tests for 
         ("symbol", "callers", {"total_count": 7}, {"fqn": "f"}, []),
         ("symbol", "references", {"total": 30, "fqn": "a.b.C"}, {"fqn": ""},
          [step("quality", "impact", "30 references: check the blast radius", fqn="a.b.C")]),
-        ("tests", "for_file", {"tests": []}, {"path": "a.py"},
-         [step("tests", "recommended", UNTESTED, changed_files=["a.py"])]),
+        ("tests", "for_file", {"tests": []}, {"path": ""}, [step("tests", "recommended", UNTESTED, changed_files=[""])]),
         ("tests", "for_file", {"tests": [], "path": "a.py"}, {"path": 5}, []),
         ("tests", "for_file", {"tests": ["t.py"]}, {"path": "a.py"}, []),
     ],
