@@ -8,7 +8,6 @@
 #include "helpers.hpp"
 
 using namespace next_steps;
-using next_steps::testing::compact;
 using next_steps::testing::J;
 using next_steps::testing::raised;
 
@@ -38,31 +37,6 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
                                      (i % 4 ? 1 : -1) / scale[bits() % 9];
     char buf[32];
     ASSERT_EQ(float_text_length(value), float_text(value, buf)) << value;
-  }
-}
-
-TEST(CompactText, SizeIsTheUtf8ByteCountOfTheTextAsSent) {
-  NativeModel m;
-  const struct {
-    Json value;
-    std::string text;
-    std::int64_t bytes;
-  } cases[] = {
-      {J("\"\U0001F600\""), "\"\U0001F600\"", 6},
-      {J(R"([{},[],"",null,1.0])"), R"([{},[],"",null,1.0])", 19},
-      // Non-string keys become strings; the dict keeps its own order.
-      {J(R"({"b":1,"a":2,null:3,true:4,2.5:5})"), R"({"b":1,"a":2,"null":3,"true":4,"2.5":5})", 39},
-      // Control characters are escaped; U+007F, U+2028 and '/' are not.
-      {J(R"("\t\u0001\"\\/")"), R"("\t\u0001\"\\/")", 15},
-      {J(R"("\u007f\u2028")"), "\"\x7f\u2028\"", 6},
-      // The same list twice side by side is no circle.
-      {[] { auto one = J("[1]"); return json::list({one, one}); }(), "[[1],[1]]", 9},
-      {json::other("{1, 2}"), R"("{1, 2}")", 8},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(compact(m, c.value), c.text);
-    EXPECT_EQ(encoded_size(m, c.value), c.bytes);
   }
 }
 
