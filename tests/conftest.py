@@ -14,21 +14,6 @@ def ns():
 
 
 @pytest.fixture
-def freshness_calls(ns, monkeypatch):
-    """A recording ``add_freshness`` that stores a block and ignores None."""
-    calls = []
-
-    def add_freshness(answer, block):
-        calls.append((answer, block))
-        if block is not None:
-            answer["freshness"] = block
-        return "ignored"
-
-    monkeypatch.setattr(ns, "add_freshness", add_freshness)
-    return calls
-
-
-@pytest.fixture
 def code_kinds(ns, monkeypatch):
     """A recording ``is_code_symbol``: every kind is code but "module" and "doc"."""
     calls = []

@@ -13,8 +13,9 @@ def a_step(tool, reason="r", **args):
     return {"tool": tool, "args": args, "reason": reason}
 
 
-def test_finish_answer_copies_without_nulls(ns, freshness_calls, code_kinds):
-    other = {1, 2}
+def test_finish_answer_copies_without_nulls(ns, monkeypatch, code_kinds):
+    freshness_calls, other = [], {1, 2}
+    monkeypatch.setattr(ns, "add_freshness", lambda answer, block: freshness_calls.append((answer, block)))
     answer = {"found": True, "note": None, "rows": [{"fqn": "a", "doc": None}], "pair": ("x", None), "o": other}
     finished = ns.finish_answer(answer, "nope")
     assert finished == {"found": True, "rows": [{"fqn": "a"}], "pair": ["x", None], "o": other}
