@@ -1,6 +1,8 @@
 #include "host_binding/arguments.hpp"
 
+#include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace host {
@@ -23,6 +25,14 @@ bool missing(const Signature& sig, const std::vector<const char*>& names, const 
   return false;
 }
 
+// Whether a keyword of the call is the parameter `name`.  The names are
+// ASCII, so only an ASCII key of the same length can equal one, and then its
+// bytes say it: the answer the host's comparison gives, without its call.
+bool is_named(PyObject* key, std::string_view name) {
+  return PyUnicode_IS_ASCII(key) && static_cast<std::size_t>(PyUnicode_GET_LENGTH(key)) == name.size() &&
+         std::memcmp(PyUnicode_DATA(key), name.data(), name.size()) == 0;
+}
+
 }  // namespace
 
 bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames, Arguments& out) {
@@ -38,7 +48,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     std::size_t slot = 0;
     bool found = false;
     for (const char* name : sig.positional) {
-      if (PyUnicode_CompareWithASCIIString(key, name) == 0) {
+      if (is_named(key, name)) {
         if (out.values[slot]) {
           PyErr_Format(PyExc_TypeError, "%s() got multiple values for argument '%s'", sig.function, name);
           return false;
@@ -50,7 +60,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     }
     if (!found)
       for (const char* name : sig.keyword_only) {
-        if (PyUnicode_CompareWithASCIIString(key, name) == 0) {
+        if (is_named(key, name)) {
           found = true;
           ++keyword_only_given;
           break;
