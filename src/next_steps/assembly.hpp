@@ -26,7 +26,9 @@ template <class M>
 class SeenCalls {
  public:
   using Value = typename M::Value;
-  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {}
+  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {
+    if (by_value_) calls_.reserve(m.length(steps));  // a plain list's length runs no host code
+  }
 
   // Before a step's fields are read, since reading them may run host code:
   // a subclass's lookup, or a key of another kind compared with the name.
