@@ -1,8 +1,6 @@
 #include "host_binding/arguments.hpp"
 
-#include <cstring>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace host {
@@ -26,11 +24,17 @@ bool missing(const Signature& sig, const std::vector<const char*>& names, const 
 }
 
 // Whether a keyword of the call is the parameter `name`.  The names are
-// ASCII, so only an ASCII key of the same length can equal one, and then its
-// bytes say it: the answer the host's comparison gives, without its call.
-bool is_named(PyObject* key, std::string_view name) {
-  return PyUnicode_IS_ASCII(key) && static_cast<std::size_t>(PyUnicode_GET_LENGTH(key)) == name.size() &&
-         std::memcmp(PyUnicode_DATA(key), name.data(), name.size()) == 0;
+// ASCII, so only an ASCII key can equal one, and then its bytes say it: the
+// answer the host's comparison gives, without its call or a count of the
+// name's length (most keys differ from a name at their first byte).
+bool is_named(PyObject* key, const char* name) {
+  if (!PyUnicode_IS_ASCII(key)) return false;
+  const char* text = static_cast<const char*>(PyUnicode_DATA(key));
+  const Py_ssize_t length = PyUnicode_GET_LENGTH(key);
+  Py_ssize_t i = 0;
+  for (; i < length && name[i]; ++i)
+    if (text[i] != name[i]) return false;
+  return i == length && !name[i];
 }
 
 }  // namespace
