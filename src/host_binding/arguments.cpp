@@ -23,6 +23,20 @@ bool missing(const Signature& sig, const std::vector<const char*>& names, const 
   return false;
 }
 
+// Whether a keyword of the call is the parameter `name`.  The names are
+// ASCII, so only an ASCII key can equal one, and then its bytes say it: the
+// answer the host's comparison gives, without its call or a count of the
+// name's length (most keys differ from a name at their first byte).
+bool is_named(PyObject* key, const char* name) {
+  if (!PyUnicode_IS_ASCII(key)) return false;
+  const char* text = static_cast<const char*>(PyUnicode_DATA(key));
+  const Py_ssize_t length = PyUnicode_GET_LENGTH(key);
+  Py_ssize_t i = 0;
+  for (; i < length && name[i]; ++i)
+    if (text[i] != name[i]) return false;
+  return i == length && !name[i];
+}
+
 }  // namespace
 
 bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames, Arguments& out) {
@@ -38,7 +52,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     std::size_t slot = 0;
     bool found = false;
     for (const char* name : sig.positional) {
-      if (PyUnicode_CompareWithASCIIString(key, name) == 0) {
+      if (is_named(key, name)) {
         if (out.values[slot]) {
           PyErr_Format(PyExc_TypeError, "%s() got multiple values for argument '%s'", sig.function, name);
           return false;
@@ -50,7 +64,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     }
     if (!found)
       for (const char* name : sig.keyword_only) {
-        if (PyUnicode_CompareWithASCIIString(key, name) == 0) {
+        if (is_named(key, name)) {
           found = true;
           ++keyword_only_given;
           break;

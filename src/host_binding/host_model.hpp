@@ -148,12 +148,23 @@ class HostModel {
     }
     return it->second;
   }
+  // "".join(parts) of texts (literals and str() results), made at its final
+  // size and width at once, without a tuple to hand to the host's join.
   Object join(std::initializer_list<Object> parts) const {
-    Object tuple = Object::steal(PyTuple_New(static_cast<Py_ssize_t>(parts.size())));
-    Py_ssize_t i = 0;
-    for (const Object& p : parts) PyTuple_SET_ITEM(tuple.get(), i++, Object(p).release());
-    Object empty = Object::steal(PyUnicode_FromStringAndSize("", 0));
-    return Object::steal(PyUnicode_Join(empty.get(), tuple.get()));
+    Py_ssize_t length = 0;
+    Py_UCS4 widest = 0;
+    for (const Object& p : parts) {
+      length += PyUnicode_GET_LENGTH(p.get());
+      widest = std::max(widest, PyUnicode_MAX_CHAR_VALUE(p.get()));
+    }
+    Object text = Object::steal(PyUnicode_New(length, widest));
+    Py_ssize_t at = 0;
+    for (const Object& p : parts) {
+      const Py_ssize_t n = PyUnicode_GET_LENGTH(p.get());
+      if (PyUnicode_CopyCharacters(text.get(), at, p.get(), 0, n) < 0) fail();
+      at += n;
+    }
+    return text;
   }
 
   // --- containers

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <string_view>
 #include <unordered_map>
 
@@ -12,6 +13,18 @@
 #include "next_steps/vocabulary.hpp"
 
 namespace host {
+
+// The logic's constant texts live as long as the program, each at one place,
+// so a text is known by where it is: a lookup by address and length hashes
+// no bytes.  A text met at two places is interned once all the same.
+struct ConstantText {
+  bool operator()(std::string_view a, std::string_view b) const {
+    return a.data() == b.data() && a.size() == b.size();
+  }
+  std::size_t operator()(std::string_view s) const {
+    return std::hash<const void*>{}(s.data()) ^ s.size();
+  }
+};
 
 struct State {
   std::array<Object, next_steps::name_texts.size()> names;
@@ -22,7 +35,7 @@ struct State {
   // Keyword names of the calls the logic makes with keywords.
   std::array<Object, next_steps::function_names.size()> keywords;
   Object get, items, pop, warning, exc_info;
-  std::unordered_map<std::string_view, Object> literals;  // views of the logic's constant texts
+  std::unordered_map<std::string_view, Object, ConstantText, ConstantText> literals;
 
   template <class F>
   void for_each_object(F&& f) {

@@ -32,7 +32,10 @@ class Object {
     std::swap(p_, o.p_);
     return *this;
   }
-  ~Object() { Py_XDECREF(p_); }
+  // Inlined: a call per release would cost more than the release itself.
+  [[gnu::always_inline]] ~Object() {
+    if (p_) Py_DECREF(p_);
+  }
 
   PyObject* get() const { return p_; }
   PyObject* release() { return std::exchange(p_, nullptr); }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "next_steps/encoding.hpp"
@@ -26,12 +27,23 @@ template <class M>
 class SeenCalls {
  public:
   using Value = typename M::Value;
-  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {}
+  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {
+    if (by_value_) calls_.reserve(m.length(steps));  // a plain list's length runs no host code
+  }
 
   // Before a step's fields are read, since reading them may run host code:
   // a subclass's lookup, or a key of another kind compared with the name.
-  void meet(const Value& step) {
-    if (by_value_ && !plain_record(step)) to_texts();
+  // Gives the step's tool and args when the walk over a plain record found
+  // both: its lookups run no host code, so they would find the same.
+  std::optional<std::pair<Value, Value>> meet(const Value& step) {
+    if (!by_value_) return std::nullopt;
+    std::optional<Value> tool, args;
+    if (!plain_record(step, tool, args)) {
+      to_texts();
+      return std::nullopt;
+    }
+    if (!tool || !args) return std::nullopt;
+    return std::pair{*tool, *args};
   }
 
   // Whether the call is new; it is remembered.
@@ -56,10 +68,15 @@ class SeenCalls {
 
   bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.is_plain(v); }
 
-  bool plain_record(const Value& v) {
+  bool plain_record(const Value& v, std::optional<Value>& tool, std::optional<Value>& args) {
     if (!plain(v, Kind::dict)) return false;
     bool texts = true;
-    m_.for_each_entry(v, [&](const Value& key, const Value&) { return texts = m_.is_plain_text(key); });
+    m_.for_each_entry(v, [&](const Value& key, const Value& value) {
+      texts = m_.is_plain_text(key);
+      if (texts && m_.str_equals(key, text_of(Name::tool))) tool = value;
+      if (texts && m_.str_equals(key, text_of(Name::args))) args = value;
+      return texts;
+    });
     return texts;
   }
 
@@ -96,9 +113,9 @@ typename M::Value deduplicated(M& m, const typename M::Value& steps) {
   V kept = m.new_list();
   SeenCalls<M> seen(m, steps);
   m.for_each_item(steps, [&](const V& step) {
-    seen.meet(step);
-    const V tool = m.get_item(step, Name::tool);
-    const V args = m.get_item(step, Name::args);
+    const auto fields = seen.meet(step);
+    const V tool = fields ? fields->first : m.get_item(step, Name::tool);
+    const V args = fields ? fields->second : m.get_item(step, Name::args);
     if (seen.add(tool, args)) m.append(kept, step);
     return true;
   });

@@ -95,6 +95,7 @@ class StepListSizes {
  private:
   std::int64_t first(const Value& steps, std::size_t n) {
     measured_.emplace();
+    measured_->ends.reserve(n);
     count_compact(m_, steps, *measured_);
     const Kind kind = m_.kind(steps);
     reusable_ = plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&

@@ -152,6 +152,9 @@ class Writer {
     const void* id = m_.identity(v);
     if (std::find(open_.begin(), open_.end(), id) != open_.end())
       m_.raise(ErrorKind::value, "Circular reference detected");
+    // Room for the open containers of most values at once: growing from
+    // empty would take memory anew for each of the first few levels.
+    if (open_.empty()) open_.reserve(16);
     open_.push_back(id);
     if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code |= !m_.is_plain(v);
   }
