@@ -18,11 +18,11 @@ namespace next_steps {
 
 // The calls met so far, to tell a repeat.  While the steps are a plain list
 // of plain dicts keyed by plain texts, each with a plain text as its tool and
-// a plain dict of plain texts as its args, the calls are compared as values, which says what their key texts would say:
-// the texts of such values are equal exactly when the values are.  From the
-// first step that is not, every call is told by its key text, and the texts
-// of the calls met before are written then; no host code has run since, so
-// they are the texts those calls had.
+// a plain dict of plain texts as its args, the calls are compared as values:
+// the key texts of such values are equal exactly when the values are.  From
+// the first step that is not, every call is told by its key text, and the
+// texts of the calls met before are written then; no host code has run since,
+// so they are the texts those calls had.
 template <class M>
 class SeenCalls {
  public:
