@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #if defined(__x86_64__) || defined(_M_X64)
 #include <emmintrin.h>
@@ -17,11 +18,13 @@
 namespace next_steps {
 
 // A read-only view of a string's code points, stored 1, 2 or 4 bytes wide.
-// A lone surrogate is an ordinary code point here, as in the host.
+// A lone surrogate is an ordinary code point here, as in the host.  `ascii`
+// says that the storage is known to hold no code point from U+0080.
 struct StrView {
   const void* data = nullptr;
   std::size_t length = 0;
   int width = 1;
+  bool ascii = false;
 
   std::uint32_t operator[](std::size_t i) const {
     switch (width) {
@@ -126,7 +129,8 @@ struct Lanes {
 };
 
 // Sums the extra bytes of vectors of code units, lane-wise until the end.
-template <class Char>
+// In ASCII text only escapes add bytes, and the vectors counted have none.
+template <class Char, bool Ascii>
 class VectorCount {
  public:
   using L = Lanes<Char>;
@@ -140,8 +144,10 @@ class VectorCount {
       v = _mm_or_si128(_mm_and_si128(v, keep), _mm_andnot_si128(keep, L::spread(' ')));  // a space adds nothing
     }
     if (_mm_movemask_epi8(L::escapes(v))) return false;
-    lone_ = _mm_or_si128(lone_, L::surrogates(v));
-    sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(L::utf8_extra(v), _mm_setzero_si128()));
+    if constexpr (!Ascii) {
+      lone_ = _mm_or_si128(lone_, L::surrogates(v));
+      sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(L::utf8_extra(v), _mm_setzero_si128()));
+    }
     return true;
   }
   std::size_t total(bool& surrogate) const {
@@ -158,7 +164,7 @@ class VectorCount {
 // storage: the last vector ends at the string's end and overlaps the one
 // before, a string shorter than a vector is read as two overlapping halves
 // (the overlap skipped), and one shorter than half a vector takes the plain walk.
-template <class Char>
+template <class Char, bool Ascii = false>
 std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   using L = Lanes<Char>;
   constexpr std::size_t lanes = L::count, half = lanes / 2;
@@ -171,7 +177,7 @@ std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
       return extra_bytes(s, n, surrogate);
     }
   }
-  VectorCount<Char> count;
+  VectorCount<Char, Ascii> count;
   if (n < lanes) {
     if (!count.add(L::load_halves(s + n - half, s), lanes - n)) return extra_bytes(s, n, surrogate);
     return count.total(surrogate);
@@ -183,15 +189,15 @@ std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   return extra + count.total(surrogate);
 }
 #else
-template <class Char>
+template <class Char, bool Ascii = false>
 std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   return extra_bytes(s, n, surrogate);
 }
 #endif
 
-template <class Char>
+template <class Char, bool Ascii = false>
 std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
-  return n + 2 + extra_bytes_fast(static_cast<const Char*>(data), n, surrogate);
+  return n + 2 + extra_bytes_fast<Char, Ascii>(static_cast<const Char*>(data), n, surrogate);
 }
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
@@ -224,7 +230,9 @@ void put_u_escape(Out& out, std::uint32_t unit) {
 // count goes on, as the host writes the whole text before it encodes it.
 inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate) {
   switch (s.width) {
-    case 1: return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
+    case 1:
+      if (s.ascii) return detail::token_bytes<std::uint8_t, true>(s.data, s.length, surrogate);
+      return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
     case 2: return detail::token_bytes<std::uint16_t>(s.data, s.length, surrogate);
     default: return detail::token_bytes<std::uint32_t>(s.data, s.length, surrogate);
   }
@@ -301,6 +309,33 @@ struct Scientific : Shape {
   char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
 };
 
+// The decimal digits of m > 0: the bit length gives the digits but for one,
+// which a power of ten decides.
+inline std::size_t decimal_digits(std::uint64_t m) {
+  static constexpr std::uint64_t powers[] = {1ULL,
+                                             10ULL,
+                                             100ULL,
+                                             1'000ULL,
+                                             10'000ULL,
+                                             100'000ULL,
+                                             1'000'000ULL,
+                                             10'000'000ULL,
+                                             100'000'000ULL,
+                                             1'000'000'000ULL,
+                                             10'000'000'000ULL,
+                                             100'000'000'000ULL,
+                                             1'000'000'000'000ULL,
+                                             10'000'000'000'000ULL,
+                                             100'000'000'000'000ULL,
+                                             1'000'000'000'000'000ULL,
+                                             10'000'000'000'000'000ULL,
+                                             100'000'000'000'000'000ULL,
+                                             1'000'000'000'000'000'000ULL,
+                                             10'000'000'000'000'000'000ULL};
+  const auto below = static_cast<std::size_t>(((64 - __builtin_clzll(m)) * 1233) >> 12);  // floor(log10(2^bits))
+  return below + (m >= powers[below]);
+}
+
 // The shape of a double with at most seven decimals (rounded scores,
 // durations), without the general algorithm.  The integer m nearest
 // |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
@@ -316,10 +351,16 @@ inline bool few_decimals(double v, Shape& shape) {
     shape = {std::signbit(v), 1, 0};
     return true;
   }
-  std::size_t nd = 1;
-  for (std::uint64_t rest = m; rest >= 10; rest /= 10) ++nd;
+  std::size_t nd = decimal_digits(m);
   const int exp = static_cast<int>(nd) - 1 - 7;
-  for (; m % 10 == 0; m /= 10) --nd;
+  // Its trailing zeros, at most 15 below 2^51, taken 8, 4, 2 and 1 at a time.
+  static constexpr std::pair<std::uint64_t, std::size_t> zeros[] = {{100'000'000, 8}, {10'000, 4}, {100, 2}, {10, 1}};
+  for (const auto& [tens, count] : zeros) {
+    if (m % tens == 0) {
+      m /= tens;
+      nd -= count;
+    }
+  }
   shape = {std::signbit(v), nd, exp};
   return true;
 }
@@ -385,13 +426,8 @@ inline std::size_t float_text_length(double v) {
 
 // Decimal digits of a machine integer, with its sign.
 inline std::size_t int_text_length(long long v) {
-  std::size_t n = v < 0 ? 2 : 1;
-  unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
-  while (u >= 10) {
-    u /= 10;
-    ++n;
-  }
-  return n;
+  const unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
+  return (v < 0) + (u ? detail::decimal_digits(u) : 1);
 }
 
 }  // namespace next_steps

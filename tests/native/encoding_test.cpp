@@ -40,6 +40,16 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
   }
 }
 
+// Digit counts come from the bit length: every power of ten and its
+// neighbours, both signs, and the ends of the machine range.
+TEST(IntText, LengthIsTheTextsAtEveryPowerOfTen) {
+  std::vector<long long> values = {0, std::numeric_limits<long long>::min(), std::numeric_limits<long long>::max(),
+                                   999'999'999'999'999'999, 1'000'000'000'000'000'000};
+  for (long long p = 1; p <= std::numeric_limits<long long>::max() / 10; p *= 10)
+    for (long long v : {p - 1, p, p + 1, 2 * p, 9 * p + (p - 1)}) values.insert(values.end(), {v, -v});
+  for (long long v : values) ASSERT_EQ(int_text_length(v), std::to_string(v).size()) << v;
+}
+
 TEST(CallKey, IsSortedAsciiTextSoThatOrderAndReasonDoNotMatter) {
   NativeModel m;
   const std::string huge = "1" + std::string(400, '0');

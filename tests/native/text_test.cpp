@@ -27,15 +27,17 @@ const std::vector<std::uint32_t> plain = {'a', ' ', '!', '#', '[', ']', '~', 0x7
 const std::vector<std::uint32_t> escaped = {0x00, 0x01, '\b', '\t', '\n', 0x1F, '"', '\\'};
 const std::vector<std::uint32_t> surrogates = {0xD800, 0xDBFF, 0xDC00, 0xDFFF};
 
-TYPED_TEST(WordCount, AgreesWithThePlainWalk) {
-  using Char = TypeParam;
+// Random strings of `plains` with escapes and lone surrogates at a few
+// rates, of every length to 70 and every start offset within a vector.
+template <class Char, bool Ascii>
+void expect_agreement(const std::vector<std::uint32_t>& plain_points) {
   auto fits = [](const std::vector<std::uint32_t>& all) {
     std::vector<Char> out;
     for (std::uint32_t c : all)
-      if (c <= std::numeric_limits<Char>::max()) out.push_back(static_cast<Char>(c));
+      if (c <= std::numeric_limits<Char>::max() && (!Ascii || c < 0x80)) out.push_back(static_cast<Char>(c));
     return out;
   };
-  const auto plains = fits(plain), escapes = fits(escaped), lone = fits(surrogates);
+  const auto plains = fits(plain_points), escapes = fits(escaped), lone = fits(surrogates);
   std::mt19937 rng(8);
   auto pick = [&](const std::vector<Char>& from) { return from[rng() % from.size()]; };
   // Escapes never, rarely or often: a vector with none is what the fast path counts.
@@ -48,7 +50,7 @@ TYPED_TEST(WordCount, AgreesWithThePlainWalk) {
           for (Char& c : buffer) c = escape(rng) ? pick(escapes) : surrogate(rng) ? pick(lone) : pick(plains);
           const Char* s = buffer.data() + offset;
           bool fast_lone = false, plain_lone = false;
-          ASSERT_EQ(extra_bytes_fast(s, length, fast_lone), extra_bytes(s, length, plain_lone))
+          ASSERT_EQ((extra_bytes_fast<Char, Ascii>(s, length, fast_lone)), extra_bytes(s, length, plain_lone))
               << "length " << length << ", offset " << offset;
           ASSERT_EQ(fast_lone, plain_lone) << "length " << length << ", offset " << offset;
         }
@@ -56,5 +58,9 @@ TYPED_TEST(WordCount, AgreesWithThePlainWalk) {
     }
   }
 }
+
+TYPED_TEST(WordCount, AgreesWithThePlainWalk) { expect_agreement<TypeParam, false>(plain); }
+
+TEST(AsciiWordCount, AgreesWithThePlainWalk) { expect_agreement<std::uint8_t, true>(plain); }
 
 }  // namespace
