@@ -86,7 +86,8 @@ class HostModel {
   }
   StrView str_view(const Object& v) const {
     PyObject* o = v.get();
-    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o))};
+    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
+            PyUnicode_IS_ASCII(o) != 0};
   }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;
@@ -215,6 +216,36 @@ class HostModel {
     while (PyObject* item = PyIter_Next(it.get()))
       if (!f(Object::steal(item))) return;
     if (PyErr_Occurred()) fail();
+  }
+
+  // for_each_entry and for_each_item for a walk that takes its own hold on
+  // any value it may run host code with: the keys and values of an exact
+  // dict and the items of an exact list or tuple are lent to `f`, not held
+  // (the container's own hold keeps them while no host code runs).
+  template <class F>
+  void lend_entries(const Object& dict, F&& f) {
+    if (!PyDict_CheckExact(dict.get())) return for_each_entry(dict, f);
+    Py_ssize_t pos = 0;
+    PyObject *key, *value;
+    while (PyDict_Next(dict.get(), &pos, &key, &value)) {
+      const Lent k(key), v(value);
+      if (!f(*k, *v)) return;
+    }
+  }
+  template <class F>
+  void lend_items(const Object& seq, F&& f) {
+    PyObject* o = seq.get();
+    if (PyList_CheckExact(o)) {
+      for (Py_ssize_t i = 0; i < PyList_GET_SIZE(o); ++i)
+        if (const Lent item(PyList_GET_ITEM(o, i)); !f(*item)) return;
+      return;
+    }
+    if (PyTuple_CheckExact(o)) {
+      for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(o); ++i)
+        if (const Lent item(PyTuple_GET_ITEM(o, i)); !f(*item)) return;
+      return;
+    }
+    for_each_item(seq, f);
   }
 
   // mapping.get(key): an exact dict directly, anything else through its own

@@ -46,6 +46,20 @@ class Object {
   PyObject* p_ = nullptr;
 };
 
+// A reference lent for a while by whoever holds the object, seen as an
+// Object: made and dropped without touching the object's count.
+class Lent {
+ public:
+  explicit Lent(PyObject* p) : o_(Object::steal(p)) {}
+  ~Lent() { o_.release(); }
+  Lent(const Lent&) = delete;
+  Lent& operator=(const Lent&) = delete;
+  const Object& operator*() const { return o_; }
+
+ private:
+  Object o_;
+};
+
 // Checks a status code of the C API.
 inline void check(int status) {
   if (status < 0) fail();

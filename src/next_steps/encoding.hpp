@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <string>
 #include <type_traits>
@@ -78,13 +79,59 @@ concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
 template <class Sink>
 concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
+// The token sizes of the keys met so far, by the key's identity: records of
+// one shape repeat the same few key objects.  An identity names the same
+// text only while the key lives, so the cache is used only until the walk
+// may have run host code (which could free a key and make another at its
+// place).  Two ways per set keep a dozen keys or so apart; a set is only
+// read once written, so nothing needs clearing up front.
+class KeySizes {
+ public:
+  const std::size_t* find(const void* key) const {
+    const std::size_t i = set_of(key);
+    if (!(used_ >> i & 1)) return nullptr;
+    const Set& s = sets_[i];
+    if (s.key[0] == key) return &s.bytes[0];
+    if (s.key[1] == key) return &s.bytes[1];
+    return nullptr;
+  }
+  // The newest key takes the first way, the one there moves to the second.
+  void remember(const void* key, std::size_t bytes) {
+    const std::size_t i = set_of(key);
+    Set& s = sets_[i];
+    if (used_ >> i & 1) {
+      s.key[1] = s.key[0];
+      s.bytes[1] = s.bytes[0];
+    } else {
+      s.key[1] = nullptr;
+      used_ |= std::uint32_t{1} << i;
+    }
+    s.key[0] = key;
+    s.bytes[0] = bytes;
+  }
+
+ private:
+  struct Set {
+    const void* key[2];
+    std::size_t bytes[2];
+  };
+  static std::size_t set_of(const void* key) {
+    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
+    return (bits * 0x9E3779B1u) >> 27;  // the top 5 bits of a multiplicative hash
+  }
+  Set sets_[32];
+  std::uint32_t used_ = 0;
+};
+
 template <class M, class Sink>
 class Writer {
  public:
   using Value = typename M::Value;
   Writer(M& m, Sink& sink) : m_(m), sink_(sink) {}
 
-  void value(const Value& v) {
+  // Scalars are written in place; containers and other values, which may
+  // run host code, in functions of their own.
+  [[gnu::always_inline]] void value(const Value& v) {
     switch (m_.kind(v)) {
       case Kind::null: return sink_.ascii("null");
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
@@ -94,15 +141,24 @@ class Writer {
       case Kind::list: return sequence(v, false);
       case Kind::tuple: return sequence(v, true);
       case Kind::dict: return mapping(v);
-      case Kind::other: {
-        if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
-        const Value text = m_.text_form(v);
-        return sink_.token(m_.str_view(text));
-      }
+      case Kind::other: return other(v);
     }
   }
 
  private:
+  // Any value that is not a container or a scalar is written as its str().
+  [[gnu::noinline]] void other(const Value& lent) {
+    const Value v = lent;  // held: its str() is host code, which may drop it
+    host_code_ran();
+    const Value text = m_.text_form(v);
+    sink_.token(m_.str_view(text));
+  }
+
+  void host_code_ran() {
+    if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
+    keys_known_ = false;
+  }
+
   void integer(const Value& v) {
     if constexpr (Sink::counts) {
       sink_.bytes += m_.int_text_length(v);
@@ -123,9 +179,30 @@ class Writer {
   }
 
   // A key is written as a string token whatever its kind.
-  void key(const Value& k) {
+  [[gnu::always_inline]] void key(const Value& k) {
+    if (m_.kind(k) == Kind::str) return str_key(k);
+    other_key(k);
+  }
+
+  void str_key(const Value& k) {
+    if constexpr (Sink::counts) {
+      if (keys_known_) {
+        const void* id = m_.identity(k);
+        if (const std::size_t* bytes = key_sizes_.find(id)) {
+          sink_.bytes += *bytes;
+          return;
+        }
+        const std::size_t before = sink_.bytes;
+        sink_.token(m_.str_view(k));
+        key_sizes_.remember(id, sink_.bytes - before);
+        return;
+      }
+    }
+    sink_.token(m_.str_view(k));
+  }
+
+  void other_key(const Value& k) {
     switch (m_.kind(k)) {
-      case Kind::str: return sink_.token(m_.str_view(k));
       case Kind::null: return sink_.ascii("\"null\"");
       case Kind::boolean: return sink_.ascii(m_.bool_value(k) ? "\"true\"" : "\"false\"");
       case Kind::integer:
@@ -156,17 +233,20 @@ class Writer {
     // empty would take memory anew for each of the first few levels.
     if (open_.empty()) open_.reserve(16);
     open_.push_back(id);
-    if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code |= !m_.is_plain(v);
+    if (!m_.is_plain(v)) host_code_ran();
   }
 
-  // The hint walk does not go into tuples.
-  void sequence(const Value& v, [[maybe_unused]] bool tuple) {
+  // The hint walk does not go into tuples.  A container's entries and items
+  // are lent to the walk (see lend_entries), so the container itself is
+  // held while it is written.
+  [[gnu::noinline]] void sequence(const Value& lent, [[maybe_unused]] bool tuple) {
+    const Value v = lent;
     auto guard = m_.recursion_guard(" while encoding a JSON object");
     enter(v);
     if constexpr (CountsHints<Sink>) sink_.hidden += tuple;
     sink_.ascii("[");
     bool first = true;
-    m_.for_each_item(v, [&](const Value& item) {
+    m_.lend_items(v, [&](const Value& item) {
       if (!first) sink_.ascii(Sink::item_sep);
       first = false;
       value(item);
@@ -180,26 +260,28 @@ class Writer {
     open_.pop_back();
   }
 
-  void entry(bool& first, const Value& k, const Value& item) {
+  [[gnu::always_inline]] void entry(bool& first, const Value& k, const Value& item) {
     if (!first) sink_.ascii(Sink::item_sep);
     first = false;
     key(k);
     sink_.ascii(Sink::key_sep);
     if constexpr (CountsHints<Sink>) {
       // A hint field's value counts whole, once: hint fields inside it do not.
-      if (sink_.hidden == 0 && m_.is_hint_key(k)) {
-        const std::size_t before = sink_.bytes;
-        ++sink_.hidden;
-        value(item);
-        --sink_.hidden;
-        sink_.hint_bytes += sink_.bytes - before;
-        return;
-      }
+      if (sink_.hidden == 0 && m_.is_hint_key(k)) return hint_field(item);
     }
     value(item);
   }
 
-  void mapping(const Value& v) {
+  void hint_field(const Value& item) {
+    const std::size_t before = sink_.bytes;
+    ++sink_.hidden;
+    value(item);
+    --sink_.hidden;
+    sink_.hint_bytes += sink_.bytes - before;
+  }
+
+  [[gnu::noinline]] void mapping(const Value& lent) {
+    const Value v = lent;
     auto guard = m_.recursion_guard(" while encoding a JSON object");
     enter(v);
     sink_.ascii("{");
@@ -207,7 +289,7 @@ class Writer {
     if constexpr (Sink::sorted) {
       for (const auto& [k, item] : m_.sorted_entries(v)) entry(first, k, item);
     } else {
-      m_.for_each_entry(v, [&](const Value& k, const Value& item) {
+      m_.lend_entries(v, [&](const Value& k, const Value& item) {
         entry(first, k, item);
         return true;
       });
@@ -220,6 +302,9 @@ class Writer {
   Sink& sink_;
   std::vector<const void*> open_;
   std::string scratch_;
+  struct NoKeySizes {};
+  [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
+  bool keys_known_ = true;  // no host code ran yet: the key sizes hold
 };
 
 // Counts the compact text of `v` into `sink`.  A lone surrogate fails only

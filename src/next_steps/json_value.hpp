@@ -244,6 +244,15 @@ class NativeModel {
     for (const Json& item : items)
       if (!f(item)) return;
   }
+  // Both walks above hold what they hand out: lending is holding here.
+  template <class F>
+  void lend_entries(const Json& v, F&& f) {
+    for_each_entry(v, f);
+  }
+  template <class F>
+  void lend_items(const Json& v, F&& f) {
+    for_each_item(v, f);
+  }
   Json get(const Json& mapping, Name key) {
     if (mapping->kind != Kind::dict)
       raise(ErrorKind::attribute, "'" + type_name(mapping) + "' object has no attribute 'get'");

@@ -58,10 +58,11 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");
   // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
-  // in order, stopping when f returns false; call<F>(args...) calls through
-  // the module's namespace; holds_own<F>() says, without failing, whether the
-  // name still holds the module's own function; raise(kind, message) never
-  // returns.
+  // in order, stopping when f returns false; lend_entries and lend_items
+  // the same, for a walk that holds whatever it may run host code with;
+  // call<F>(args...) calls through the module's namespace; holds_own<F>()
+  // says, without failing, whether the name still holds the module's own
+  // function; raise(kind, message) never returns.
 };
 
 }  // namespace next_steps
