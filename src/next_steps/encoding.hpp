@@ -79,41 +79,46 @@ concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
 template <class Sink>
 concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
-// The token sizes of the keys met so far, by the key's identity: records of
-// one shape repeat the same few key objects.  An identity names the same
+// The token sizes of the keys met so far, and whether each names a hint
+// field, by the key's identity: records of one shape repeat the same few key
+// objects.  An identity names the same
 // text only while the key lives, so the cache is used only until the walk
 // may have run host code (which could free a key and make another at its
 // place).  Two ways per set keep a dozen keys or so apart; a set is only
 // read once written, so nothing needs clearing up front.
 class KeySizes {
  public:
-  const std::size_t* find(const void* key) const {
+  struct Known {
+    std::size_t bytes;
+    bool hint;
+  };
+  const Known* find(const void* key) const {
     const std::size_t i = set_of(key);
     if (!(used_ >> i & 1)) return nullptr;
     const Set& s = sets_[i];
-    if (s.key[0] == key) return &s.bytes[0];
-    if (s.key[1] == key) return &s.bytes[1];
+    if (s.key[0] == key) return &s.known[0];
+    if (s.key[1] == key) return &s.known[1];
     return nullptr;
   }
   // The newest key takes the first way, the one there moves to the second.
-  void remember(const void* key, std::size_t bytes) {
+  void remember(const void* key, Known known) {
     const std::size_t i = set_of(key);
     Set& s = sets_[i];
     if (used_ >> i & 1) {
       s.key[1] = s.key[0];
-      s.bytes[1] = s.bytes[0];
+      s.known[1] = s.known[0];
     } else {
       s.key[1] = nullptr;
       used_ |= std::uint32_t{1} << i;
     }
     s.key[0] = key;
-    s.bytes[0] = bytes;
+    s.known[0] = known;
   }
 
  private:
   struct Set {
     const void* key[2];
-    std::size_t bytes[2];
+    Known known[2];
   };
   static std::size_t set_of(const void* key) {
     const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
@@ -178,27 +183,36 @@ class Writer {
     }
   }
 
-  // A key is written as a string token whatever its kind.
-  [[gnu::always_inline]] void key(const Value& k) {
+  // A key is written as a string token whatever its kind.  For a sink that
+  // counts hints, says whether the key names a hint field (only a string can).
+  [[gnu::always_inline]] bool key(const Value& k) {
     if (m_.kind(k) == Kind::str) return str_key(k);
     other_key(k);
+    return false;
   }
 
-  void str_key(const Value& k) {
+  bool str_key(const Value& k) {
     if constexpr (Sink::counts) {
       if (keys_known_) {
         const void* id = m_.identity(k);
-        if (const std::size_t* bytes = key_sizes_.find(id)) {
-          sink_.bytes += *bytes;
-          return;
+        if (const KeySizes::Known* known = key_sizes_.find(id)) {
+          sink_.bytes += known->bytes;
+          return known->hint;
         }
         const std::size_t before = sink_.bytes;
         sink_.token(m_.str_view(k));
-        key_sizes_.remember(id, sink_.bytes - before);
-        return;
+        const bool hint = names_hint(k);
+        key_sizes_.remember(id, {sink_.bytes - before, hint});
+        return hint;
       }
     }
     sink_.token(m_.str_view(k));
+    return names_hint(k);
+  }
+
+  bool names_hint(const Value& k) {
+    if constexpr (CountsHints<Sink>) return m_.is_hint_key(k);
+    return false;
   }
 
   void other_key(const Value& k) {
@@ -263,11 +277,11 @@ class Writer {
   [[gnu::always_inline]] void entry(bool& first, const Value& k, const Value& item) {
     if (!first) sink_.ascii(Sink::item_sep);
     first = false;
-    key(k);
+    const bool hint = key(k);
     sink_.ascii(Sink::key_sep);
     if constexpr (CountsHints<Sink>) {
       // A hint field's value counts whole, once: hint fields inside it do not.
-      if (sink_.hidden == 0 && m_.is_hint_key(k)) return hint_field(item);
+      if (hint && sink_.hidden == 0) return hint_field(item);
     }
     value(item);
   }
