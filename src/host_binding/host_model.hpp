@@ -68,6 +68,10 @@ class HostModel {
   double float_value(const Object& v) const { return PyFloat_AS_DOUBLE(v.get()); }
 
   std::size_t int_text_length(const Object& v) const {
+    // Most ints of an answer (lines, counts) fit in one digit of the int's
+    // own storage, readable without a call.
+    auto* small = reinterpret_cast<PyLongObject*>(v.get());
+    if (PyUnstable_Long_IsCompact(small)) return next_steps::int_text_length(PyUnstable_Long_CompactValue(small));
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
     if (!overflow) return next_steps::int_text_length(n);
@@ -526,10 +530,16 @@ class HostModel {
       return 0;
     }
     const double d = std::fabs(value);
-    const double below = std::floor(std::log10(d));
-    const double scaled = d / std::pow(10.0, below);  // in [1, 10) but for rounding
+    // The power of ten at or below d, first guessed from its binary exponent.
+    int binary = 0;
+    std::frexp(d, &binary);
+    auto below = static_cast<std::size_t>((binary - 1) * 0.30102999566398120);  // log10(2)
+    const auto& powers = next_steps::detail::double_powers_of_ten;
+    while (below + 1 < powers.size() && powers[below + 1] <= d) ++below;
+    while (below > 0 && powers[below] > d) --below;
+    const double scaled = d / powers[below];  // in [1, 10) but for rounding
     if (scaled < 1.000001 || scaled > 9.999999) return 0;
-    return static_cast<std::size_t>(below) + 1;
+    return below + 1;
   }
 
   bool compare_int(const Object& v, long long n, int op) const {

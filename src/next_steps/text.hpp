@@ -336,6 +336,13 @@ inline std::size_t decimal_digits(std::uint64_t m) {
   return below + (m >= powers[below]);
 }
 
+// 10^0 .. 10^308 as doubles, each off by far less than a millionth.
+inline constexpr auto double_powers_of_ten = [] {
+  std::array<double, 309> powers{1.0};
+  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = powers[i - 1] * 10.0;
+  return powers;
+}();
+
 // The shape of a double with at most seven decimals (rounded scores,
 // durations), without the general algorithm.  The integer m nearest
 // |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
