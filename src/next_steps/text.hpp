@@ -99,6 +99,16 @@ struct Lanes {
   static __m128i escapes(__m128i v) {
     return _mm_or_si128(below(v, 0x20), _mm_or_si128(equal(v, '"'), equal(v, '\\')));
   }
+  // Per lane, the bytes its escape adds (in the lane's low byte): one for
+  // \" \\ \b \t \n \f \r, five for any other control character, \u00XX.
+  static __m128i escape_extra(__m128i v) {
+    const __m128i short_control =
+        _mm_or_si128(_mm_or_si128(equal(v, '\b'), equal(v, '\t')),
+                     _mm_or_si128(equal(v, '\n'), _mm_or_si128(equal(v, '\f'), equal(v, '\r'))));
+    const __m128i one = _mm_and_si128(escapes(v), spread(1));
+    const __m128i four = _mm_andnot_si128(short_control, _mm_and_si128(below(v, 0x20), spread(4)));
+    return _mm_add_epi8(one, four);
+  }
   static __m128i surrogates(__m128i v) {
     if constexpr (sizeof(Char) == 1) return _mm_setzero_si128();
     else return equal(_mm_and_si128(v, spread(~std::uint32_t{0x7FF})), 0xD800);
@@ -129,26 +139,24 @@ struct Lanes {
 };
 
 // Sums the extra bytes of vectors of code units, lane-wise until the end.
-// In ASCII text only escapes add bytes, and the vectors counted have none.
+// In ASCII text only escapes add bytes.
 template <class Char, bool Ascii>
 class VectorCount {
  public:
   using L = Lanes<Char>;
 
-  // Counts the lanes of `v` from the `skip`-th on, unless one of them needs
-  // an escape: a vector with one is rare in real text and is left to the
-  // plain walk (false).
-  bool add(__m128i v, std::size_t skip) {
+  // Counts the lanes of `v` from the `skip`-th on.
+  void add(__m128i v, std::size_t skip) {
     if (skip) {
       const __m128i keep = L::from_lane(skip);
       v = _mm_or_si128(_mm_and_si128(v, keep), _mm_andnot_si128(keep, L::spread(' ')));  // a space adds nothing
     }
-    if (_mm_movemask_epi8(L::escapes(v))) return false;
+    // Escapes are rare in real text, so they are weighed only where found.
+    if (_mm_movemask_epi8(L::escapes(v))) sum(L::escape_extra(v));
     if constexpr (!Ascii) {
       lone_ = _mm_or_si128(lone_, L::surrogates(v));
-      sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(L::utf8_extra(v), _mm_setzero_si128()));
+      sum(L::utf8_extra(v));
     }
-    return true;
   }
   std::size_t total(bool& surrogate) const {
     if (_mm_movemask_epi8(lone_)) surrogate = true;
@@ -157,6 +165,8 @@ class VectorCount {
   }
 
  private:
+  void sum(__m128i bytes) { sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(bytes, _mm_setzero_si128())); }
+
   __m128i sums_ = _mm_setzero_si128(), lone_ = _mm_setzero_si128();
 };
 
@@ -179,14 +189,13 @@ std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   }
   VectorCount<Char, Ascii> count;
   if (n < lanes) {
-    if (!count.add(L::load_halves(s + n - half, s), lanes - n)) return extra_bytes(s, n, surrogate);
+    count.add(L::load_halves(s + n - half, s), lanes - n);
     return count.total(surrogate);
   }
-  std::size_t extra = 0, i = 0;
-  for (; i + lanes <= n; i += lanes)
-    if (!count.add(L::load(s + i), 0)) extra += extra_bytes(s + i, lanes, surrogate);
-  if (i < n && !count.add(L::load(s + n - lanes), lanes - (n - i))) extra += extra_bytes(s + i, n - i, surrogate);
-  return extra + count.total(surrogate);
+  std::size_t i = 0;
+  for (; i + lanes <= n; i += lanes) count.add(L::load(s + i), 0);
+  if (i < n) count.add(L::load(s + n - lanes), lanes - (n - i));
+  return count.total(surrogate);
 }
 #else
 template <class Char, bool Ascii = false>
