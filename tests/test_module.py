@@ -95,6 +95,114 @@ def test_missing_sibling_fails_the_import_and_leaves_nothing(ns):
     assert result.stdout.split() == ["refused", "False", MODULE_NAME, "9"], result.stderr
 
 
+# Names: the module keeps what each name held until its namespace changes, so
+# a change made between two calls, or by host code in the middle of one, must
+# be what the next read finds.
+
+
+CALLERS = {"fqn": "pkg.f", "file": "pkg/f.py", "total_count": 12}  # a signal and a usual step
+DELETED = object()
+CHANGES = [  # name, what it is bound to, what the finished answer then is
+    ("_encoded_size", lambda value: 10**6, lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
+    ("_encoded_size", DELETED, NameError),
+    ("step", lambda tool, reason, **args: {"tool": tool, "args": args, "reason": "mine"},
+     lambda answer: [s["reason"] for s in answer["next_steps"]] == ["mine", "Every use of it"]),
+    ("_signals", DELETED, NameError),
+    ("_add_next_steps", lambda *args, **keywords: "rebound", lambda answer: answer == "rebound"),
+]
+
+
+@pytest.mark.parametrize("where", ["between calls", "in items()", "in a collaborator"])
+@pytest.mark.parametrize("name, value, finished", CHANGES)
+def test_a_changed_name_is_read_anew(ns, monkeypatch, where, name, value, finished):
+    armed = False
+
+    def change():
+        if armed:
+            vars(ns).pop(name, None) if value is DELETED else setattr(ns, name, value)
+
+    class Changing(dict):
+        def items(self):
+            change()
+            return super().items()
+
+    monkeypatch.setattr(ns, "add_freshness", lambda answer, block: change() if where == "in a collaborator" else None)
+    answer = Changing(CALLERS) if where == "in items()" else dict(CALLERS)
+    own = ns.finish_answer(answer, "symbol", action="callers")  # every name it reads is now kept
+    held, armed = getattr(ns, name), True
+    try:
+        if where == "between calls":
+            change()
+        if finished is NameError:
+            with pytest.raises(NameError, match=f"^name '{name}' is not defined$"):
+                ns.finish_answer(answer, "symbol", action="callers")
+        else:
+            assert finished(ns.finish_answer(answer, "symbol", action="callers"))
+    finally:
+        armed = False
+        setattr(ns, name, held)
+    assert ns.finish_answer(answer, "symbol", action="callers") == own
+
+
+def test_module_objects_keep_their_own_names_and_give_their_watchers_back():
+    """Each module object watches its namespace with one of the interpreter's
+    few watcher slots: one made when none is free looks its names up instead,
+    and one freed gives its slot back.  The slots are taken in a child."""
+    pytest.importorskip("_testcapi")
+    code = textwrap.dedent(
+        f"""
+        import gc, importlib, importlib.util, _testcapi
+        spec = importlib.import_module("{MODULE_NAME}").__spec__  # the first, that the dataclass reads
+
+        def instance():
+            module = importlib.util.module_from_spec(spec)
+            spec.loader.exec_module(module)
+            return module
+
+        def take_slots():
+            slots = []
+            while True:
+                try:
+                    slots.append(_testcapi.add_dict_watcher(0))
+                except RuntimeError:
+                    return slots
+
+        def free_slots():
+            slots = take_slots()
+            for slot in slots:
+                _testcapi.clear_dict_watcher(slot)
+            return len(slots)
+
+        free = free_slots()
+        for _ in range(free + 2):
+            instance()._hint_size({{"next_steps": [1]}})
+        gc.collect()
+        watched = instance()
+        taken = take_slots()
+        unwatched = instance()
+        for module, size in ((watched, 7), (unwatched, 9)):
+            module._hint_size({{"next_steps": [1]}})
+            module._encoded_size = lambda value, size=size: size
+        sizes = [m._hint_size({{"next_steps": [1]}}) for m in (watched, unwatched)]
+        del unwatched._encoded_size
+        try:
+            unwatched._hint_size({{"next_steps": [1]}})
+        except NameError as e:
+            sizes.append(str(e))
+        for slot in taken:
+            _testcapi.clear_dict_watcher(slot)
+        del watched, unwatched
+        gc.collect()
+        print(free, free_slots(), *sizes, sep=";")
+        """
+    )
+    result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60)
+    assert result.returncode == 0, result.stderr
+    free, free_after, *sizes = result.stdout.strip().split(";")
+    assert int(free) > 0 and free_after == free, result.stderr
+    assert sizes == ["7", "9", "name '_encoded_size' is not defined"], result.stderr
+
+
 # References: every call must drop what it takes, on success and on failure.
 
 
@@ -110,7 +218,23 @@ CALLS = {
     "surrogate": lambda ns: ns._encoded_size([ANSWER, "\ud800"]),
     "circular": lambda ns: ns._encoded_size({"rows": CIRCLE}),
     "bad-key": lambda ns: ns._deduplicated([{"tool": "t", "args": {LEAF: 1, 2: 3}, "reason": "r"}]),
+    "rebound": lambda ns: rebinding_call(ns),
 }
+
+
+class Rebinding(dict):
+    def items(self):
+        ns = sys.modules[MODULE_NAME]
+        ns._encoded_size = lambda value: len(value)  # a new function at each call
+        return super().items()
+
+
+def rebinding_call(ns):
+    own = ns._encoded_size
+    try:
+        return ns._hint_size(Rebinding({"next_steps": [LEAF], "rows": [{"tip": LEAF}]}))
+    finally:
+        ns._encoded_size = own
 
 
 @pytest.mark.parametrize("name", CALLS)

@@ -430,21 +430,22 @@ class HostModel {
   };
   template <Fn F>
   Bound<F> resolve() const {
-    PyObject* name = state_.function_names[static_cast<std::size_t>(F)].get();
-    PyObject* bound = PyDict_GetItemWithError(dict_, name);
+    constexpr auto f = static_cast<std::size_t>(F);
+    PyObject* bound = state_.bound_to(dict_, f);
     if (!bound) {
-      if (!PyErr_Occurred()) PyErr_Format(PyExc_NameError, "name '%U' is not defined", name);
+      if (!PyErr_Occurred()) PyErr_Format(PyExc_NameError, "name '%U' is not defined", state_.function_names[f].get());
       fail();
     }
-    return {Object::borrow(bound), bound == state_.own[static_cast<std::size_t>(F)].get()};
+    return {Object::borrow(bound), bound == state_.own[f].get()};
   }
   // A name that is missing (or whose lookup fails) holds no own function;
   // the call through the namespace then reports it.
   template <Fn F>
   bool holds_own() const {
-    PyObject* bound = PyDict_GetItemWithError(dict_, state_.function_names[static_cast<std::size_t>(F)].get());
+    constexpr auto f = static_cast<std::size_t>(F);
+    PyObject* bound = state_.bound_to(dict_, f);
     if (!bound) PyErr_Clear();
-    return bound && bound == state_.own[static_cast<std::size_t>(F)].get();
+    return bound && bound == state_.own[f].get();
   }
   template <Fn F, class... A>
   next_steps::CallResult<F, Object> invoke(const Bound<F>& b, const A&... a) {

@@ -65,6 +65,7 @@ class Loader {
     bind_signals();
     bind_functions(9, method_defs().size());
     bind_annotations();
+    watch_namespace();
   }
 
  private:
@@ -199,6 +200,28 @@ class Loader {
     bind("_SIGNALS", table);
   }
 
+  // Without a free watcher slot the module works all the same, looking its
+  // names up at every read.
+  void watch_namespace() {
+    State& s = *state_slot(module_);
+    const int watcher = PyDict_AddWatcher(&namespace_changed);
+    if (watcher < 0) {
+      PyErr_Clear();
+      return;
+    }
+    if (PyDict_Watch(watcher, dict_) < 0) {
+      PyErr_Clear();
+      PyDict_ClearWatcher(watcher);
+      return;
+    }
+    s.watcher = watcher;
+  }
+
+  static int namespace_changed(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) {
+    ++namespace_changes;
+    return 0;
+  }
+
   void bind_annotations() {
     check(PyDict_SetItemString(annotations_.get(), "NEXT_STEPS", text("dict[str, tuple[Hint, ...]]").get()));
     check(PyDict_SetItemString(annotations_.get(), "_SIGNALS",
@@ -273,13 +296,33 @@ int traverse(PyObject* module, visitproc visit, void* arg) {
   return 0;
 }
 
+// Gives the watcher slot back to the interpreter, so that a later watcher on
+// that slot gets no events of this namespace.  The namespace is still there:
+// the collector clears a module (m_clear) before it drops the namespace, and
+// a module freed without being cleared drops it after m_free.  The count
+// moves, as no event would tell of a change from now on; a host error
+// raised while the module goes (a dealloc may run in an unwind) stays.
+void stop_watching(PyObject* module, State& s) {
+  if (s.watcher < 0) return;
+  PyObject* raised = PyErr_GetRaisedException();
+  if (PyDict_Unwatch(s.watcher, PyModule_GetDict(module)) < 0) PyErr_Clear();
+  if (PyDict_ClearWatcher(s.watcher) < 0) PyErr_Clear();
+  PyErr_SetRaisedException(raised);
+  s.watcher = -1;
+  ++namespace_changes;
+}
+
 int clear(PyObject* module) {
-  if (State* s = state_slot(module)) s->for_each_object([](Object& o) { o = Object(); });
+  if (State* s = state_slot(module)) {
+    stop_watching(module, *s);
+    s->for_each_object([](Object& o) { o = Object(); });
+  }
   return 0;
 }
 
 void free_module(void* module) {
   State*& s = state_slot(static_cast<PyObject*>(module));
+  if (s) stop_watching(static_cast<PyObject*>(module), *s);
   delete s;
   s = nullptr;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <unordered_map>
@@ -26,6 +27,23 @@ struct ConstantText {
   }
 };
 
+// Counts the changes of the namespaces whose names are kept (see
+// State::bound_to): the host's watcher callback bumps it on every add,
+// change, removal, clear, clone or deallocation of such a dict, before the
+// change takes effect and under the global lock, so a name kept at the count
+// still read now was read after the last change.  One count for all module
+// objects, as the callback is told the dict and not its module; a namespace
+// changes rarely, and any change just costs a lookup of each name again.
+inline std::uint64_t namespace_changes = 1;
+
+// An object found under a name, valid while namespace_changes still reads
+// `changes` (0: never read).  Borrowed: the namespace holds it, and can only
+// stop holding it by an event that moves the count.
+struct Binding {
+  PyObject* found = nullptr;
+  std::uint64_t changes = 0;
+};
+
 struct State {
   std::array<Object, next_steps::name_texts.size()> names;
   std::array<Object, next_steps::function_names.size()> function_names;
@@ -36,6 +54,27 @@ struct State {
   std::array<Object, next_steps::function_names.size()> keywords;
   Object get, items, pop, warning, exc_info;
   std::unordered_map<std::string_view, Object, ConstantText, ConstantText> literals;
+  // The host's watcher of the namespace, or -1 without one (an interpreter
+  // has a few watcher slots; without one every read looks the name up).
+  int watcher = -1;
+  std::array<Binding, next_steps::function_names.size()> bindings;
+
+  // What the name of function f holds in the namespace `dict`, as
+  // PyDict_GetItemWithError says it: null for a missing name, with an error
+  // set when the lookup failed.  A name found is kept, with the count read
+  // before the lookup, so that a change made while the lookup ran (a key's
+  // __eq__ may run host code) leaves it stale.  Only a watched namespace
+  // keeps names: there the count moves before any change, so a kept name
+  // is exactly what a lookup would find.  A missing name is looked up again
+  // at each read, so that it fails at each call as a lookup does.
+  PyObject* bound_to(PyObject* dict, std::size_t f) {
+    Binding& b = bindings[f];
+    const std::uint64_t now = namespace_changes;
+    if (b.changes == now) return b.found;
+    PyObject* found = PyDict_GetItemWithError(dict, function_names[f].get());
+    if (found && watcher >= 0) b = {found, now};
+    return found;
+  }
 
   template <class F>
   void for_each_object(F&& f) {
