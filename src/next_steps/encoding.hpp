@@ -81,11 +81,11 @@ concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
 // The token sizes of the keys met so far, and whether each names a hint
 // field, by the key's identity: records of one shape repeat the same few key
-// objects.  An identity names the same
-// text only while the key lives, so the cache is used only until the walk
-// may have run host code (which could free a key and make another at its
-// place).  Two ways per set keep a dozen keys or so apart; a set is only
-// read once written, so nothing needs clearing up front.
+// objects.  An identity names the same text only while the key lives, so
+// the cache is used only until the walk may have run host code (which could
+// free a key and make another at its place).  Two ways per set keep a dozen
+// keys or so apart; a set is only read once written, so nothing needs
+// clearing up front.
 class KeySizes {
  public:
   struct Known {
