@@ -78,6 +78,25 @@ def test_dict_subclasses_are_read_through_their_lookups(ns):
     assert ns._signals(Aliased(count=0), "search", "code", Aliased(query="q"))[0]["args"]["query"] == "q"
 
 
+@pytest.mark.parametrize(
+    "signal, known, step",
+    [
+        ("_blast_radius", {"hits": 12, "fqn": "m.f", "what": "callers"},
+         {"tool": "quality", "args": {"action": "impact", "fqn": "m.f"}, "reason": "12 callers: check the blast radius"}),
+        # A signal reads no field past the first test that fails.
+        ("_blast_radius", {"hits": 7}, None),
+        ("_search_by_meaning", {"hits": 0, "query": ""}, None),
+        ("_ask_explore", {"hits": 0, "query": "q"}, {"tool": "explore", "args": {"query": "q"},
+                                                     "reason": "No close match: ask explore"}),
+        ("_untested", {"hits": 1}, None),
+    ],
+)
+def test_signal_functions_read_what_is_known_a_field_at_a_time(ns, signal, known, step):
+    assert getattr(ns, signal)(known) == getattr(ns, signal)(RO(known)) == step
+    with pytest.raises(KeyError, match="hits"):
+        getattr(ns, signal)({})
+
+
 def hit(fqn, kind="function"):
     return {"fqn": fqn, "kind": kind, "file": "a.py"}
 

@@ -68,10 +68,12 @@ Object run_finish(HostModel& m, Arguments& a) { return ns::finish_answer(m, a[0]
 Object run_copy(HostModel& m, Arguments& a) { return ns::without_null_fields(m, a[0]); }
 Object run_add(HostModel& m, Arguments& a) { return ns::add_next_steps(m, a[0], a[1], a[2], a[3]); }
 Object run_signals(HostModel& m, Arguments& a) { return ns::signals(m, a[0], a[1], a[2], a[3]); }
-Object run_meaning(HostModel& m, Arguments& a) { return ns::search_by_meaning(m, a[0]); }
-Object run_explore(HostModel& m, Arguments& a) { return ns::ask_explore(m, a[0]); }
-Object run_blast(HostModel& m, Arguments& a) { return ns::blast_radius(m, a[0]); }
-Object run_untested(HostModel& m, Arguments& a) { return ns::untested(m, a[0]); }
+// A signal function's one argument, read a field at a time.
+ns::KnownMapping<HostModel> known(HostModel& m, Arguments& a) { return {m, a[0]}; }
+Object run_meaning(HostModel& m, Arguments& a) { return ns::search_by_meaning(m, known(m, a)); }
+Object run_explore(HostModel& m, Arguments& a) { return ns::ask_explore(m, known(m, a)); }
+Object run_blast(HostModel& m, Arguments& a) { return ns::blast_radius(m, known(m, a)); }
+Object run_untested(HostModel& m, Arguments& a) { return ns::untested(m, known(m, a)); }
 Object run_usual(HostModel& m, Arguments& a) { return ns::usual(m, a[0], a[1], a[2], a[3]); }
 Object run_hit_count(HostModel& m, Arguments& a) { return ns::hit_count(m, a[0]); }
 Object run_taken(HostModel& m, Arguments& a) { return ns::taken(m, a[0], a[1], a[2]); }
