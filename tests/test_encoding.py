@@ -5,6 +5,7 @@ apart by their sorted JSON text, so json.dumps is the arbiter, failures included
 
 import enum
 import functools
+import json
 import sys
 from collections import namedtuple
 
@@ -179,6 +180,30 @@ def test_a_key_freed_while_written_is_not_taken_for_the_next_at_its_place(ns):
         if answer[1].same_place:
             return
     pytest.skip("the allocator never put the new key at the freed one's place")
+
+
+class DepthProbe:
+    """Its text is as long as the deepest list the host's writer still takes
+    from where the probe is written."""
+
+    def __str__(self):
+        fits, fails = 0, 100_000
+        while fails - fits > 1:
+            depth = (fits + fails) // 2
+            try:
+                json.dumps(functools.reduce(lambda inner, _: [inner], range(depth), []))
+                fits = depth
+            except RecursionError:
+                fails = depth
+        return "x" * fits
+
+
+def test_host_code_runs_at_the_depth_of_the_value_that_runs_it(ns):
+    # Written after a deep sibling, the probe must see the host's count of
+    # nested calls as it stands at the probe, not at the sibling's depth.
+    deep = functools.reduce(lambda inner, _: [inner], range(300), [])
+    alone = ns._encoded_size([DepthProbe()])
+    assert ns._encoded_size([deep, DepthProbe()]) == alone + ns._encoded_size(deep) + 1
 
 
 def _step(tool, args, reason="r"):

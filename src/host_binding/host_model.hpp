@@ -414,11 +414,17 @@ class HostModel {
     PyErr_SetString(PyExc_SystemError, "a text with a lone surrogate was encoded");
     fail();
   }
+  // A level deeper in the host's own count of nested calls, which fails
+  // with its RecursionError past its limit; and a level back.
+  void enter_level(const char* where) const {
+    if (Py_EnterRecursiveCall(where)) fail();
+  }
+  void leave_level() const { Py_LeaveRecursiveCall(); }
   struct RecursionGuard {
     ~RecursionGuard() { Py_LeaveRecursiveCall(); }
   };
   RecursionGuard recursion_guard(const char* where) const {
-    if (Py_EnterRecursiveCall(where)) fail();
+    enter_level(where);
     return {};
   }
 

@@ -128,11 +128,44 @@ class KeySizes {
   std::uint32_t used_ = 0;
 };
 
+// The host's count of nested calls as a walk keeps it: raised a level only
+// where the walk goes deeper than it has been, and let down to the walk's
+// own depth before any host code runs and when the walk ends.  Between, the
+// count stands at the deepest level reached, so the walk fails exactly where
+// counting every container would (at the first container deeper than the
+// host allows) while most containers cost no call into the host at all.
+template <class M>
+class Levels {
+ public:
+  explicit Levels(M& m) : m_(m) {}
+  Levels(const Levels&) = delete;
+  Levels& operator=(const Levels&) = delete;
+  ~Levels() {
+    depth_ = 0;
+    settle();
+  }
+  void enter() {
+    if (depth_ == held_) {
+      m_.enter_level(" while encoding a JSON object");
+      ++held_;
+    }
+    ++depth_;
+  }
+  void leave() { --depth_; }
+  void settle() {
+    for (; held_ > depth_; --held_) m_.leave_level();
+  }
+
+ private:
+  M& m_;
+  std::size_t depth_ = 0, held_ = 0;
+};
+
 template <class M, class Sink>
 class Writer {
  public:
   using Value = typename M::Value;
-  Writer(M& m, Sink& sink) : m_(m), sink_(sink) {}
+  Writer(M& m, Sink& sink) : m_(m), sink_(sink), levels_(m) {}
 
   // Scalars are written in place; containers and other values, which may
   // run host code, in functions of their own.
@@ -162,6 +195,7 @@ class Writer {
   void host_code_ran() {
     if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
     keys_known_ = false;
+    levels_.settle();
   }
 
   void integer(const Value& v) {
@@ -255,7 +289,7 @@ class Writer {
   // held while it is written.
   [[gnu::noinline]] void sequence(const Value& lent, [[maybe_unused]] bool tuple) {
     const Value v = lent;
-    auto guard = m_.recursion_guard(" while encoding a JSON object");
+    levels_.enter();
     enter(v);
     if constexpr (CountsHints<Sink>) sink_.hidden += tuple;
     sink_.ascii("[");
@@ -272,6 +306,7 @@ class Writer {
     sink_.ascii("]");
     if constexpr (CountsHints<Sink>) sink_.hidden -= tuple;
     open_.pop_back();
+    levels_.leave();
   }
 
   [[gnu::always_inline]] void entry(bool& first, const Value& k, const Value& item) {
@@ -296,11 +331,12 @@ class Writer {
 
   [[gnu::noinline]] void mapping(const Value& lent) {
     const Value v = lent;
-    auto guard = m_.recursion_guard(" while encoding a JSON object");
+    levels_.enter();
     enter(v);
     sink_.ascii("{");
     bool first = true;
     if constexpr (Sink::sorted) {
+      levels_.settle();  // the host's sort may compare keys by their own methods
       for (const auto& [k, item] : m_.sorted_entries(v)) entry(first, k, item);
     } else {
       m_.lend_entries(v, [&](const Value& k, const Value& item) {
@@ -310,6 +346,7 @@ class Writer {
     }
     sink_.ascii("}");
     open_.pop_back();
+    levels_.leave();
   }
 
   M& m_;
@@ -319,6 +356,7 @@ class Writer {
   struct NoKeySizes {};
   [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
   bool keys_known_ = true;  // no host code ran yet: the key sizes hold
+  Levels<M> levels_;
 };
 
 // Counts the compact text of `v` into `sink`.  A lone surrogate fails only

@@ -360,10 +360,14 @@ class NativeModel {
     ~DepthGuard() { --depth; }
   };
   DepthGuard recursion_guard(const char* where) {
-    if (depth_ >= max_depth) raise(ErrorKind::recursion, std::string("maximum recursion depth exceeded") + where);
-    ++depth_;
+    enter_level(where);
     return DepthGuard{depth_};
   }
+  void enter_level(const char* where) {
+    if (depth_ >= max_depth) raise(ErrorKind::recursion, std::string("maximum recursion depth exceeded") + where);
+    ++depth_;
+  }
+  void leave_level() { --depth_; }
 
   // --- calls through the namespace
   template <Fn F>

@@ -56,7 +56,9 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
   { m.same_plain(v, v) } -> std::same_as<bool>;     // == of plain texts, or of plain dicts of them
   m.raise_encode_error(raw);
-  m.recursion_guard(" while encoding a JSON object");
+  m.recursion_guard(" while encoding a JSON object");  // a level deeper until the guard ends
+  m.enter_level(" while encoding a JSON object");      // a level deeper until leave_level()
+  m.leave_level();
   // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
   // in order, stopping when f returns false; lend_entries and lend_items
   // the same, for a walk that holds whatever it may run host code with;
