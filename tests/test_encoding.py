@@ -156,11 +156,13 @@ def key_swap():
 
 circle, circular_dict = ["x"], {"rows": []}
 circle.append(circle)
+deep_circle = functools.reduce(lambda inner, _: [inner], range(40), circle)
 circular_dict["rows"].append({"up": circular_dict})
 # Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items().
 ODD_VALUES = {
     "circular-list": circle,
     "circular-dict": circular_dict,
+    "circular-deep-down": deep_circle,
     "same-list-twice-is-no-circle": [["x"]] * 2,
     "too-deep": functools.reduce(lambda inner, _: [inner], range(100_000), []),
     "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50}),

@@ -161,6 +161,35 @@ class Levels {
   std::size_t depth_ = 0, held_ = 0;
 };
 
+// The containers being written, innermost last: a container met again
+// inside itself is a circle, which the host refuses.  Most values nest a
+// few levels, which are kept in place; only deeper ones take memory.
+class OpenContainers {
+ public:
+  bool holds(const void* id) const {
+    const void* const* end = near_ + std::min(size_, near_levels);
+    return std::find(near_, end, id) != end ||
+           std::find(deeper_.begin(), deeper_.end(), id) != deeper_.end();
+  }
+  void push(const void* id) {
+    if (size_ < near_levels)
+      near_[size_] = id;
+    else
+      deeper_.push_back(id);
+    ++size_;
+  }
+  void pop() {
+    if (--size_ >= near_levels) deeper_.pop_back();
+  }
+  std::size_t size() const { return size_; }
+
+ private:
+  static constexpr std::size_t near_levels = 16;
+  const void* near_[near_levels];
+  std::vector<const void*> deeper_;
+  std::size_t size_ = 0;
+};
+
 template <class M, class Sink>
 class Writer {
  public:
@@ -271,16 +300,10 @@ class Writer {
     }
   }
 
-  // Containers being written, innermost last: a container met again inside
-  // itself is a circle, which the host refuses.
   void enter(const Value& v) {
     const void* id = m_.identity(v);
-    if (std::find(open_.begin(), open_.end(), id) != open_.end())
-      m_.raise(ErrorKind::value, "Circular reference detected");
-    // Room for the open containers of most values at once: growing from
-    // empty would take memory anew for each of the first few levels.
-    if (open_.empty()) open_.reserve(16);
-    open_.push_back(id);
+    if (open_.holds(id)) m_.raise(ErrorKind::value, "Circular reference detected");
+    open_.push(id);
     if (!m_.is_plain(v)) host_code_ran();
   }
 
@@ -305,7 +328,7 @@ class Writer {
     });
     sink_.ascii("]");
     if constexpr (CountsHints<Sink>) sink_.hidden -= tuple;
-    open_.pop_back();
+    open_.pop();
     levels_.leave();
   }
 
@@ -345,13 +368,13 @@ class Writer {
       });
     }
     sink_.ascii("}");
-    open_.pop_back();
+    open_.pop();
     levels_.leave();
   }
 
   M& m_;
   Sink& sink_;
-  std::vector<const void*> open_;
+  OpenContainers open_;
   std::string scratch_;
   struct NoKeySizes {};
   [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
