@@ -28,7 +28,7 @@ const std::vector<std::uint32_t> escaped = {0x00, 0x01, 0x07, '\b', '\t', '\n', 
 const std::vector<std::uint32_t> surrogates = {0xD800, 0xDBFF, 0xDC00, 0xDFFF};
 
 // Random strings of `plains` with escapes and lone surrogates at a few
-// rates, of every length to 70 and every start offset within a vector.
+// rates, of every length to 140 and every start offset within 32 bytes.
 template <class Char, bool Ascii>
 void expect_agreement(const std::vector<std::uint32_t>& plain_points) {
   auto fits = [](const std::vector<std::uint32_t>& all) {
@@ -44,8 +44,8 @@ void expect_agreement(const std::vector<std::uint32_t>& plain_points) {
   for (double escape_rate : {0.0, 0.02, 0.3}) {
     for (double lone_rate : {0.0, 0.01}) {
       std::bernoulli_distribution escape(escape_rate), surrogate(lone.empty() ? 0.0 : lone_rate);
-      for (std::size_t length = 0; length <= 70; ++length) {
-        for (std::size_t offset = 0; offset < 16; ++offset) {
+      for (std::size_t length = 0; length <= 140; ++length) {
+        for (std::size_t offset = 0; offset < 32; ++offset) {
           std::vector<Char> buffer(offset + length);
           for (Char& c : buffer) c = escape(rng) ? pick(escapes) : surrogate(rng) ? pick(lone) : pick(plains);
           const Char* s = buffer.data() + offset;
