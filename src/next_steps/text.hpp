@@ -12,7 +12,7 @@
 #include <utility>
 
 #if defined(__x86_64__) || defined(_M_X64)
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
 
 namespace next_steps {
@@ -73,8 +73,9 @@ std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
 
 #if defined(__x86_64__) || defined(_M_X64)
 // Sixteen bytes of code units of one storage width as the lanes of an SSE2
-// vector, part of every x86-64, so no dispatch is needed.  Each test sets
-// all bits of the lanes where it holds.
+// vector, part of every x86-64: the count of short strings, and of all
+// strings where the CPU has no AVX2.  Each test sets all bits of the lanes
+// where it holds.
 template <class Char>
 struct Lanes {
   static constexpr std::size_t count = sizeof(__m128i) / sizeof(Char);
@@ -175,7 +176,7 @@ class VectorCount {
 // before, a string shorter than a vector is read as two overlapping halves
 // (the overlap skipped), and one shorter than half a vector takes the plain walk.
 template <class Char, bool Ascii = false>
-std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+std::size_t extra_bytes_sse2(const Char* s, std::size_t n, bool& surrogate) {
   using L = Lanes<Char>;
   constexpr std::size_t lanes = L::count, half = lanes / 2;
   if (n < half) {
@@ -196,6 +197,157 @@ std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
   for (; i + lanes <= n; i += lanes) count.add(L::load(s + i), 0);
   if (i < n) count.add(L::load(s + n - lanes), lanes - (n - i));
   return count.total(surrogate);
+}
+
+// The same count on the 32 bytes of an AVX2 vector, which a CPU may lack:
+// every function that touches one is compiled for AVX2 alone and is only
+// called once the CPU is known to have it (cpu_has_avx2).  The lane tests
+// are those of Lanes, but for how two- and four-byte lanes are compared with
+// a bound: shifted right, a lane below 2^bits is zero.  That needs no
+// constant vector, and the compiler rebuilds such constants in the loop for
+// every vector once it runs short of registers.
+#define NEXT_STEPS_AVX2 [[gnu::target("avx2")]]
+
+template <class Char>
+struct WideLanes {
+  static constexpr std::size_t count = sizeof(__m256i) / sizeof(Char);
+  // The UTF-8 bounds a lane can pass (U+0080, U+0800, U+10000): one more
+  // byte for each.
+  static constexpr std::size_t bounds = sizeof(Char) == 4 ? 3 : sizeof(Char);
+
+  NEXT_STEPS_AVX2 static __m256i spread(std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm256_set1_epi8(static_cast<char>(c));
+    else if constexpr (sizeof(Char) == 2) return _mm256_set1_epi16(static_cast<short>(c));
+    else return _mm256_set1_epi32(static_cast<int>(c));
+  }
+  NEXT_STEPS_AVX2 static __m256i equal(__m256i v, std::uint32_t c) {
+    if constexpr (sizeof(Char) == 1) return _mm256_cmpeq_epi8(v, spread(c));
+    else if constexpr (sizeof(Char) == 2) return _mm256_cmpeq_epi16(v, spread(c));
+    else return _mm256_cmpeq_epi32(v, spread(c));
+  }
+  template <int Bits>
+  NEXT_STEPS_AVX2 static __m256i shifted(__m256i v) {
+    if constexpr (sizeof(Char) == 2) return _mm256_srli_epi16(v, Bits);
+    else return _mm256_srli_epi32(v, Bits);
+  }
+  // Lanes below 2^Bits.  Bytes have no shift; they subtract the bound.
+  template <int Bits>
+  NEXT_STEPS_AVX2 static __m256i below(__m256i v) {
+    const __m256i zero = _mm256_setzero_si256();
+    if constexpr (sizeof(Char) == 1) return _mm256_cmpeq_epi8(_mm256_subs_epu8(v, spread((1u << Bits) - 1)), zero);
+    else if constexpr (sizeof(Char) == 2) return _mm256_cmpeq_epi16(shifted<Bits>(v), zero);
+    else return _mm256_cmpeq_epi32(shifted<Bits>(v), zero);
+  }
+  NEXT_STEPS_AVX2 static __m256i escapes(__m256i v) {
+    return _mm256_or_si256(below<5>(v), _mm256_or_si256(equal(v, '"'), equal(v, '\\')));
+  }
+  NEXT_STEPS_AVX2 static __m256i escape_extra(__m256i v) {
+    const __m256i short_control =
+        _mm256_or_si256(_mm256_or_si256(equal(v, '\b'), equal(v, '\t')),
+                        _mm256_or_si256(equal(v, '\n'), _mm256_or_si256(equal(v, '\f'), equal(v, '\r'))));
+    const __m256i one = _mm256_and_si256(escapes(v), spread(1));
+    const __m256i four = _mm256_andnot_si256(short_control, _mm256_and_si256(below<5>(v), spread(4)));
+    return _mm256_add_epi8(one, four);
+  }
+  // D800..DFFF are the code points whose bits above the eleventh are 11011.
+  NEXT_STEPS_AVX2 static __m256i surrogates(__m256i v) {
+    if constexpr (sizeof(Char) == 1) return _mm256_setzero_si256();
+    else return equal(shifted<11>(v), 0x1B);
+  }
+  // Per lane, how many of the UTF-8 bounds it stays below (in the lane's
+  // low byte): its extra bytes are `bounds` less this.
+  NEXT_STEPS_AVX2 static __m256i bounds_below(__m256i v) {
+    if constexpr (sizeof(Char) == 1) {
+      return _mm256_abs_epi8(below<7>(v));
+    } else if constexpr (sizeof(Char) == 2) {
+      return _mm256_abs_epi16(_mm256_add_epi16(below<7>(v), below<11>(v)));
+    } else {
+      return _mm256_abs_epi32(_mm256_add_epi32(below<7>(v), _mm256_add_epi32(below<11>(v), below<16>(v))));
+    }
+  }
+  NEXT_STEPS_AVX2 static __m256i from_lane(std::size_t skip) {
+    static constexpr unsigned char edge[64] = {
+        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(edge + 32 - skip * sizeof(Char)));
+  }
+  NEXT_STEPS_AVX2 static __m256i load(const Char* at) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+  }
+};
+
+// VectorCount on AVX2 vectors.  The UTF-8 bytes are counted as the bounds
+// every lane could pass less the ones it does not, so that a skipped lane,
+// made a space, passes none and adds nothing.
+template <class Char, bool Ascii>
+class WideCount {
+ public:
+  using L = WideLanes<Char>;
+
+  NEXT_STEPS_AVX2 WideCount() : sums_(_mm256_setzero_si256()), lone_(_mm256_setzero_si256()) {}
+
+  NEXT_STEPS_AVX2 void add(__m256i v, std::size_t skip) {
+    if (skip) {
+      const __m256i keep = L::from_lane(skip);
+      v = _mm256_or_si256(_mm256_and_si256(v, keep), _mm256_andnot_si256(keep, L::spread(' ')));
+    }
+    const __m256i escapes = L::escapes(v);
+    if (!_mm256_testz_si256(escapes, escapes)) sums_ = _mm256_add_epi64(sums_, bytes_sum(L::escape_extra(v)));
+    if constexpr (!Ascii) {
+      lone_ = _mm256_or_si256(lone_, L::surrogates(v));
+      sums_ = _mm256_sub_epi64(sums_, bytes_sum(L::bounds_below(v)));
+      bounds_ += L::count * L::bounds;
+    }
+  }
+  NEXT_STEPS_AVX2 std::size_t total(bool& surrogate) const {
+    if (!_mm256_testz_si256(lone_, lone_)) surrogate = true;
+    const __m128i halves = _mm_add_epi64(_mm256_castsi256_si128(sums_), _mm256_extracti128_si256(sums_, 1));
+    const __m128i sum = _mm_add_epi64(halves, _mm_unpackhi_epi64(halves, halves));
+    return bounds_ + static_cast<std::size_t>(_mm_cvtsi128_si64(sum));  // sum is below zero: modulo 2^64
+  }
+
+ private:
+  NEXT_STEPS_AVX2 static __m256i bytes_sum(__m256i bytes) { return _mm256_sad_epu8(bytes, _mm256_setzero_si256()); }
+
+  __m256i sums_, lone_;
+  std::size_t bounds_ = 0;
+};
+
+// extra_bytes_sse2 on a string of at least one AVX2 vector: whole vectors,
+// then a last one that ends at the string's end, overlapping the one before.
+template <class Char, bool Ascii = false>
+NEXT_STEPS_AVX2 std::size_t extra_bytes_avx2(const Char* s, std::size_t n, bool& surrogate) {
+  using L = WideLanes<Char>;
+  constexpr std::size_t lanes = L::count;
+  WideCount<Char, Ascii> count;
+  std::size_t i = 0;
+  for (; i + lanes <= n; i += lanes) count.add(L::load(s + i), 0);
+  if (i < n) count.add(L::load(s + n - lanes), lanes - (n - i));
+  return count.total(surrogate);
+}
+
+#undef NEXT_STEPS_AVX2
+
+// Whether this CPU runs AVX2 code, asked once.
+inline const bool cpu_has_avx2 = [] {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") != 0;
+}();
+
+// The shortest strings counted with AVX2: it pays from one vector of two- and
+// four-byte code units, but one-byte strings shorter than two vectors count
+// faster through the SSE2 loop inlined in the caller than through a call
+// that sets up its constant vectors.
+template <class Char>
+inline constexpr std::size_t avx2_from = WideLanes<Char>::count * (sizeof(Char) == 1 ? 2 : 1);
+
+// extra_bytes a vector at a time, on the widest vectors this CPU has.
+template <class Char, bool Ascii = false>
+std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
+  if (n >= avx2_from<Char> && cpu_has_avx2) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
+  return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
 }
 #else
 template <class Char, bool Ascii = false>
