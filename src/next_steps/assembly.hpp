@@ -133,15 +133,24 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     steps = m.list_of(own);
   } else {
     const V given = m.is_null(arguments) ? m.new_dict() : arguments;
-    const V signal = m.template call<Fn::signals>(response, tool, action, given);
+    const auto signals = m.template resolve<Fn::signals>();
+    const V signal = m.invoke(signals, response, tool, action, given);
     const V usual = m.template call<Fn::usual>(response, tool, action, given);
-    V all = m.list_of(signal);
+    // The module's own functions hand back new plain lists that nothing
+    // else holds: such a list is used as it is instead of a copy of it (the
+    // signal count read before the usual steps join it).
+    const std::size_t own_signals = signals.own ? m.length(signal) : 0;
+    V all = signals.own ? signal : m.list_of(signal);
     m.for_each_item(usual, [&](const V& step) {
       m.append(all, step);
       return true;
     });
-    steps = m.head(m.template call<Fn::deduplicated>(all), static_cast<std::size_t>(max_steps));
-    keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(m.length(signal)), max_steps));
+    const auto deduplicated = m.template resolve<Fn::deduplicated>();
+    const V kept = m.invoke(deduplicated, all);
+    const auto cap = static_cast<std::size_t>(max_steps);
+    steps = deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);
+    const std::size_t signalled = signals.own ? own_signals : m.length(signal);
+    keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(signalled), max_steps));
   }
   steps = m.template call<Fn::within_share>(response, steps, m.make_int(keep));
   if (m.truthy(steps)) m.set_item(response, Name::next_steps, steps);
