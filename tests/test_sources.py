@@ -167,6 +167,24 @@ def test_usual_follow_ups(ns, code_kinds, tool, action, answer, arguments, steps
     assert len({id(one["args"]) for one in made}) == len(made), "steps never share their arguments"
 
 
+class Loud(str):
+    # Looked up as the text it holds; comparing it with that text fails.
+    __hash__ = str.__hash__
+
+    def __eq__(self, other):
+        raise ArithmeticError("compared")
+
+
+def test_usual_counts_hits_for_a_row_that_needs_no_count_wherever_that_could_be_told(ns, monkeypatch):
+    with pytest.raises(ArithmeticError):
+        ns._usual({Loud("total_count"): 1}, "git", "diff", {})
+    counted = []
+    monkeypatch.setattr(ns, "_hit_count", counted.append)
+    answer = {"files": ["a.py"]}
+    assert ns._usual(answer, "git", "diff", {})[0]["args"] == {"action": "recommended", "changed_files": ["a.py"]}
+    assert counted == [answer]
+
+
 MEANING, UNTESTED = "No hits: search by meaning", "No test covers it: tests for a change of it"
 
 

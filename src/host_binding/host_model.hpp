@@ -363,6 +363,16 @@ class HostModel {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
+  // An exact dict with exact str keys only: looking a name up in it hashes
+  // and compares nothing but texts, so it runs no host code and cannot fail.
+  bool plain_lookups(const Object& v) const {
+    if (!PyDict_CheckExact(v.get())) return false;
+    Py_ssize_t pos = 0;
+    PyObject *key, *value;
+    while (PyDict_Next(v.get(), &pos, &key, &value))
+      if (!PyUnicode_CheckExact(key)) return false;
+    return true;
+  }
   // An exact str without code points above U+FFFF: the call key writes
   // such a character as two surrogate escapes, as it writes those two code
   // points, so only without them are two texts written alike when equal.
