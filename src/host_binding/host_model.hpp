@@ -163,10 +163,17 @@ class HostModel {
       widest = std::max(widest, PyUnicode_MAX_CHAR_VALUE(p.get()));
     }
     Object text = Object::steal(PyUnicode_New(length, widest));
+    const int width = PyUnicode_KIND(text.get());
+    auto* data = static_cast<char*>(PyUnicode_DATA(text.get()));
     Py_ssize_t at = 0;
     for (const Object& p : parts) {
       const Py_ssize_t n = PyUnicode_GET_LENGTH(p.get());
-      if (PyUnicode_CopyCharacters(text.get(), at, p.get(), 0, n) < 0) fail();
+      // A part stored as wide as the text is copied as it is; a narrower
+      // one is widened by the host.
+      if (PyUnicode_KIND(p.get()) == width)
+        std::memcpy(data + at * width, PyUnicode_DATA(p.get()), static_cast<std::size_t>(n * width));
+      else if (PyUnicode_CopyCharacters(text.get(), at, p.get(), 0, n) < 0)
+        fail();
       at += n;
     }
     return text;
