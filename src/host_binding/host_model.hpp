@@ -88,7 +88,7 @@ class HostModel {
     Object text = int_repr(v);
     out += PyUnicode_AsUTF8(text.get());
   }
-  StrView str_view(const Object& v) const {
+  [[gnu::always_inline]] StrView str_view(const Object& v) const {
     PyObject* o = v.get();
     return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
             PyUnicode_IS_ASCII(o) != 0};
