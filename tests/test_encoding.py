@@ -213,9 +213,11 @@ def _step(tool, args, reason="r"):
 
 
 # Call keys: a small vocabulary so that repeated calls are frequent.
-# A character above U+FFFF and its two surrogates as code points are written alike.
+# A character above U+FFFF and its two surrogates as code points are written
+# alike, and so are a list and a tuple of the same items.
 ARG_VALUES = ["a", "é", 1, 1.0, True, None, ("a",), ["a"], Text("a"), {1: "x"}, {"1": "x"},
-              {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800", "😀", "\ud83d\ude00"]
+              {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800", "😀", "\ud83d\ude00",
+              [], ["a", "é"], ("a", "é"), ["é", "a"], ["😀"], ["\ud83d\ude00"], ["a", 1], [Text("a")]]
 steps = st.builds(
     lambda tool, args, reason: {"tool": tool, "args": args, "reason": reason},
     st.sampled_from(["symbol", "file"]),
@@ -227,6 +229,8 @@ steps = st.builds(
 @settings(max_examples=600, **SLOW)
 @given(st.lists(st.one_of(steps, steps.map(Answer)), max_size=8).flatmap(lambda s: st.sampled_from([s, Rows(s)])))
 @example([_step("file", {"path": "😀"}), _step("file", {"path": "\ud83d\ude00"})])
+@example([_step("file", {"path": ["😀"]}), _step("file", {"path": ["\ud83d\ude00"]})])
+@example([_step("file", {"path": ["a"]}), _step("file", {"path": ("a",)})])
 def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     kept = ns._deduplicated(given_steps)
     expected = dedupe(given_steps)

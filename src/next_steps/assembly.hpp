@@ -18,8 +18,9 @@ namespace next_steps {
 
 // The calls met so far, to tell a repeat.  While the steps are a plain list
 // of plain dicts keyed by plain texts, each with a plain text as its tool and
-// a plain dict of plain texts as its args, the calls are compared as values:
-// the key texts of such values are equal exactly when the values are.  From
+// as args a plain dict of plain texts and plain lists of them (a file list),
+// the calls are compared as values: the key texts of such values are equal
+// exactly when the values are.  From
 // the first step that is not, every call is told by its key text, and the
 // texts of the calls met before are written then; no host code has run since,
 // so they are the texts those calls had.
@@ -85,12 +86,27 @@ class SeenCalls {
     bool texts = true;
     std::size_t entries = 0;  // a sum, so that the order of the entries does not count
     m_.for_each_entry(args, [&](const Value& key, const Value& value) {
-      texts = m_.is_plain_text(key) && m_.is_plain_text(value);
-      if (texts) entries += m_.text_hash(key) * 31 + m_.text_hash(value);
+      const auto value_hash = m_.is_plain_text(key) ? plain_value_hash(value) : std::nullopt;
+      texts = value_hash.has_value();
+      if (texts) entries += m_.text_hash(key) * 31 + *value_hash;
       return texts;
     });
     if (!texts) return std::nullopt;
     return m_.text_hash(tool) ^ entries;
+  }
+
+  std::optional<std::size_t> plain_value_hash(const Value& v) {
+    if (m_.is_plain_text(v)) return m_.text_hash(v);
+    if (!plain(v, Kind::list)) return std::nullopt;
+    bool texts = true;
+    std::size_t items = 1;
+    m_.for_each_item(v, [&](const Value& item) {
+      texts = m_.is_plain_text(item);
+      if (texts) items = items * 1000003 + m_.text_hash(item);
+      return texts;
+    });
+    if (!texts) return std::nullopt;
+    return items;
   }
 
   void to_texts() {

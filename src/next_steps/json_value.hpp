@@ -332,7 +332,11 @@ class NativeModel {
   }
   std::size_t text_hash(const Json& v) const { return std::hash<std::u32string>{}(v->text); }
   bool same_plain(const Json& a, const Json& b) const {
-    if (a->kind == Kind::str) return b->kind == Kind::str && a->text == b->text;
+    if (a->kind != b->kind) return false;
+    if (a->kind == Kind::str) return a->text == b->text;
+    if (a->kind == Kind::list)
+      return std::equal(a->items.begin(), a->items.end(), b->items.begin(), b->items.end(),
+                        [&](const Json& x, const Json& y) { return same_plain(x, y); });
     return a->entries.size() == b->entries.size() &&
            std::all_of(a->entries.begin(), a->entries.end(), [&](const auto& e) {
              return std::any_of(b->entries.begin(), b->entries.end(), [&](const auto& f) {

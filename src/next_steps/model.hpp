@@ -55,7 +55,8 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // A plain text: its call-key text and its value are equal together.
   { m.is_plain_text(v) } -> std::same_as<bool>;
   { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
-  { m.same_plain(v, v) } -> std::same_as<bool>;     // == of plain texts, or of plain dicts of them
+  // == of plain texts, of plain lists of them, or of plain dicts of both
+  { m.same_plain(v, v) } -> std::same_as<bool>;
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");  // a level deeper until the guard ends
   m.enter_level(" while encoding a JSON object");      // a level deeper until leave_level()
