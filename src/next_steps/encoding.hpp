@@ -84,8 +84,7 @@ concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 // objects.  An identity names the same text only while the key lives, so
 // the cache is used only until the walk may have run host code (which could
 // free a key and make another at its place).  Two ways per set keep a dozen
-// keys or so apart; a set is only read once written, so nothing needs
-// clearing up front.
+// keys or so apart.
 class KeySizes {
  public:
   struct Known {
@@ -94,38 +93,30 @@ class KeySizes {
   };
   const Known* find(const void* key) const {
     const std::size_t i = set_of(key);
-    if (!(used_ >> i & 1)) return nullptr;
-    const Set& s = sets_[i];
-    if (s.key[0] == key) return &s.known[0];
-    if (s.key[1] == key) return &s.known[1];
+    if (keys_[i][0] == key) return &known_[i][0];
+    if (keys_[i][1] == key) return &known_[i][1];
     return nullptr;
   }
   // The newest key takes the first way, the one there moves to the second.
   void remember(const void* key, Known known) {
     const std::size_t i = set_of(key);
-    Set& s = sets_[i];
-    if (used_ >> i & 1) {
-      s.key[1] = s.key[0];
-      s.known[1] = s.known[0];
-    } else {
-      s.key[1] = nullptr;
-      used_ |= std::uint32_t{1} << i;
+    if (keys_[i][0]) {
+      keys_[i][1] = keys_[i][0];
+      known_[i][1] = known_[i][0];
     }
-    s.key[0] = key;
-    s.known[0] = known;
+    keys_[i][0] = key;
+    known_[i][0] = known;
   }
 
  private:
-  struct Set {
-    const void* key[2];
-    Known known[2];
-  };
   static std::size_t set_of(const void* key) {
     const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
     return (bits * 0x9E3779B1u) >> 27;  // the top 5 bits of a multiplicative hash
   }
-  Set sets_[32];
-  std::uint32_t used_ = 0;
+  // A way is empty while its key is null (no key lies there); only the keys
+  // are cleared up front, a way's size is only read once its key is set.
+  const void* keys_[32][2] = {};
+  Known known_[32][2];
 };
 
 // The host's count of nested calls as a walk keeps it: raised a level only
