@@ -69,10 +69,13 @@ class SeenCalls {
 
   bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.is_plain(v); }
 
+  // The scans below read only plain containers and run no host code, so
+  // their entries and items are lent, not held.
+
   bool plain_record(const Value& v, std::optional<Value>& tool, std::optional<Value>& args) {
     if (!plain(v, Kind::dict)) return false;
     bool texts = true;
-    m_.for_each_entry(v, [&](const Value& key, const Value& value) {
+    m_.lend_entries(v, [&](const Value& key, const Value& value) {
       texts = m_.is_plain_text(key);
       if (texts && m_.str_equals(key, text_of(Name::tool))) tool = value;
       if (texts && m_.str_equals(key, text_of(Name::args))) args = value;
@@ -85,7 +88,7 @@ class SeenCalls {
     if (!m_.is_plain_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
     bool texts = true;
     std::size_t entries = 0;  // a sum, so that the order of the entries does not count
-    m_.for_each_entry(args, [&](const Value& key, const Value& value) {
+    m_.lend_entries(args, [&](const Value& key, const Value& value) {
       const auto value_hash = m_.is_plain_text(key) ? plain_value_hash(value) : std::nullopt;
       texts = value_hash.has_value();
       if (texts) entries += m_.text_hash(key) * 31 + *value_hash;
@@ -100,7 +103,7 @@ class SeenCalls {
     if (!plain(v, Kind::list)) return std::nullopt;
     bool texts = true;
     std::size_t items = 1;
-    m_.for_each_item(v, [&](const Value& item) {
+    m_.lend_items(v, [&](const Value& item) {
       texts = m_.is_plain_text(item);
       if (texts) items = items * 1000003 + m_.text_hash(item);
       return texts;
