@@ -234,7 +234,7 @@ class HostModel {
   // dict and the items of an exact list or tuple are lent to `f`, not held
   // (the container's own hold keeps them while no host code runs).
   template <class F>
-  void lend_entries(const Object& dict, F&& f) {
+  [[gnu::always_inline]] void lend_entries(const Object& dict, F&& f) {
     if (!PyDict_CheckExact(dict.get())) return for_each_entry(dict, f);
     Py_ssize_t pos = 0;
     PyObject *key, *value;
@@ -244,7 +244,7 @@ class HostModel {
     }
   }
   template <class F>
-  void lend_items(const Object& seq, F&& f) {
+  [[gnu::always_inline]] void lend_items(const Object& seq, F&& f) {
     PyObject* o = seq.get();
     if (PyList_CheckExact(o)) {
       for (Py_ssize_t i = 0; i < PyList_GET_SIZE(o); ++i)

@@ -42,6 +42,7 @@ class Object {
   explicit operator bool() const { return p_ != nullptr; }
 
  private:
+  friend class Lent;
   explicit Object(PyObject* p) : p_(p) {}
   PyObject* p_ = nullptr;
 };
@@ -50,7 +51,7 @@ class Object {
 // Object: made and dropped without touching the object's count.
 class Lent {
  public:
-  explicit Lent(PyObject* p) : o_(Object::steal(p)) {}
+  explicit Lent(PyObject* p) : o_(p) {}  // never null: it is the lender's
   ~Lent() { o_.release(); }
   Lent(const Lent&) = delete;
   Lent& operator=(const Lent&) = delete;

@@ -326,11 +326,14 @@ class Writer {
     levels_.leave();
   }
 
-  [[gnu::always_inline]] void entry(bool& first, const Value& k, const Value& item) {
-    if (!first) sink_.ascii(Sink::item_sep);
-    first = false;
+  // An entry of a mapping after `written` others.  A sink that counts adds
+  // the separators of a mapping's entries at its end, all at once.
+  [[gnu::always_inline]] void entry(std::size_t written, const Value& k, const Value& item) {
+    if constexpr (!Sink::counts) {
+      if (written) sink_.ascii(Sink::item_sep);
+    }
     const bool hint = key(k);
-    sink_.ascii(Sink::key_sep);
+    if constexpr (!Sink::counts) sink_.ascii(Sink::key_sep);
     if constexpr (CountsHints<Sink>) {
       // A hint field's value counts whole, once: hint fields inside it do not.
       if (hint && sink_.hidden == 0) return hint_field(item);
@@ -351,15 +354,18 @@ class Writer {
     levels_.enter();
     enter(v);
     sink_.ascii("{");
-    bool first = true;
+    std::size_t written = 0;
     if constexpr (Sink::sorted) {
       levels_.settle();  // the host's sort may compare keys by their own methods
-      for (const auto& [k, item] : m_.sorted_entries(v)) entry(first, k, item);
+      for (const auto& [k, item] : m_.sorted_entries(v)) entry(written++, k, item);
     } else {
       m_.lend_entries(v, [&](const Value& k, const Value& item) __attribute__((always_inline)) {
-        entry(first, k, item);
+        entry(written++, k, item);
         return true;
       });
+    }
+    if constexpr (Sink::counts) {
+      if (written) sink_.bytes += written * Sink::key_sep.size() + (written - 1) * Sink::item_sep.size();
     }
     sink_.ascii("}");
     open_.pop();
