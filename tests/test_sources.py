@@ -175,9 +175,30 @@ class Loud(str):
         raise ArithmeticError("compared")
 
 
+class Measured(list):
+    # A list that says when its length is taken.
+    def __len__(self):
+        READ.append("len")
+        return super().__len__()
+
+
+class Counted(int):
+    # An int that says when it is read as an int.
+    def __int__(self):
+        READ.append("int")
+        return 3
+
+
+READ = []
+
+
 def test_usual_counts_hits_for_a_row_that_needs_no_count_wherever_that_could_be_told(ns, monkeypatch):
     with pytest.raises(ArithmeticError):
         ns._usual({Loud("total_count"): 1}, "git", "diff", {})
+    READ.clear()
+    ns._usual({"files": Measured(["a.py"])}, "git", "diff", {})
+    ns._usual({"total_count": Counted(3)}, "git", "diff", {})
+    assert READ == ["len", "int"]
     counted = []
     monkeypatch.setattr(ns, "_hit_count", counted.append)
     answer = {"files": ["a.py"]}

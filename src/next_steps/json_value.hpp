@@ -326,7 +326,7 @@ class NativeModel {
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
   bool is_plain(const Json&) const { return true; }
-  bool plain_lookups(const Json& v) const { return v->kind == Kind::dict; }
+  bool plain_reads(const Json& v) const { return v->kind == Kind::dict; }
   bool is_plain_text(const Json& v) const {
     return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
   }

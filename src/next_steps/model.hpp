@@ -51,7 +51,8 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.sorted_entries(v) } -> std::same_as<std::vector<std::pair<typename M::Value, typename M::Value>>>;
   { m.is_hint_key(v) } -> std::same_as<bool>;
   { m.is_plain(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
-  { m.plain_lookups(v) } -> std::same_as<bool>;  // a dict whose get() of a name runs no host code
+  // A dict whose get() of a name, and int() or len() of what it holds, run no host code
+  { m.plain_reads(v) } -> std::same_as<bool>;
   // A plain text: its call-key text and its value are equal together.
   { m.is_plain_text(v) } -> std::same_as<bool>;
   { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
