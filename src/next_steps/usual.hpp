@@ -108,15 +108,10 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
   const Row* row = find_row(row_key(m, tool, action));
   if (!row) row = find_row(m.key_text(tool));
   if (!row) return steps;
-  // Only hints that take a value from the answer look at the count.  For a
-  // row without one, the module's own count is not worked out where reading
-  // the answer for it cannot run host code: nothing could tell it was skipped.
-  const auto row_counts = [&] {
-    for (unsigned char index : row->items())
-      if (hint_records[index].takes != Takes::none && hint_records[index].takes != Takes::changed_files) return true;
-    return false;
-  };
-  const bool count = row_counts() || !m.template holds_own<Fn::hit_count>() || !m.plain_reads(response);
+  // For a row that takes nothing from the hits, the module's own count is
+  // not worked out where reading the answer for it cannot run host code:
+  // nothing could tell it was skipped.
+  const bool count = row->takes_from_hits() || !m.template holds_own<Fn::hit_count>() || !m.plain_reads(response);
   const bool no_hits = count && m.equals_int(m.template call<Fn::hit_count>(response), 0);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
