@@ -4,7 +4,7 @@ import pytest
 from hypothesis import assume, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
-from reference import hint_size, within_share
+from reference import dedupe, hint_size, within_share
 from test_encoding import SLOW, keys, leaves, outcome, poisons
 
 
@@ -139,3 +139,34 @@ def test_steps_holding_other_values_are_measured_anew_for_each_length(ns):
     steps = [[value], "x" * 400]
     assert ns._within_share({}, steps, keep=0) == [[value]]
     assert value.calls == 2
+
+
+def assembled(ns, answer, arguments):
+    """The steps as the module puts them together, each source called alone."""
+    signals = ns._signals(answer, "symbol", "callers", arguments)
+    usual = ns._usual(answer, "symbol", "callers", arguments)
+    return dedupe(signals + usual)[:3], max(1, min(len(signals), 3))
+
+
+# Texts of every kind, escapes and lone surrogates included, and from the
+# request or the answer, in steps that the module makes itself.
+@settings(max_examples=400, deadline=None)
+@given(st.text(max_size=30), st.booleans(), st.integers(0, 400), st.integers(0, 40))
+def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note, count):
+    answer = {"fqn": "a.b" if asked else fqn, "total_count": count, "notes": "n" * note}
+    arguments = {"fqn": fqn} if asked else {}
+    steps, keep = assembled(ns, answer, arguments)
+    finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
+    assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
+
+
+def test_steps_handed_to_a_rebound_deduplication_are_measured_anew(ns, monkeypatch):
+    # The rebound function lengthens a step the module made: the budget sees it.
+    def deduplicated(steps):
+        steps[1]["reason"] = "r" * 400
+        return steps
+
+    monkeypatch.setattr(ns, "_deduplicated", deduplicated)
+    answer = {"fqn": "a.b", "total_count": 40}
+    ns._add_next_steps(answer, "symbol", action="callers")
+    assert [step["tool"] for step in answer["next_steps"]] == ["quality"]

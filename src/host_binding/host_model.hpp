@@ -527,6 +527,7 @@ class HostModel {
       throw;
     }
   }
+  next_steps::MadeSteps<Object>& made_steps() { return made_steps_; }
   Object call_step(const Object& tool, const Object& reason, std::initializer_list<std::pair<Name, Object>> args) {
     auto bound = resolve<Fn::step>();
     if (bound.own) {
@@ -612,6 +613,7 @@ class HostModel {
   State& state_;
   PyObject* dict_;
   Object failure_;
+  next_steps::MadeSteps<Object> made_steps_;
 };
 
 static_assert(next_steps::ValueModel<HostModel>);

@@ -35,9 +35,11 @@ class SeenCalls {
   // Before a step's fields are read, since reading them may run host code:
   // a subclass's lookup, or a key of another kind compared with the name.
   // Gives the step's tool and args when the walk over a plain record found
-  // both: its lookups run no host code, so they would find the same.
+  // both: its lookups run no host code, so they would find the same.  A step
+  // this call made holds the fields it was made of.
   std::optional<std::pair<Value, Value>> meet(const Value& step) {
     if (!by_value_) return std::nullopt;
+    if (const auto* made = m_.made_steps().find(m_.identity(step))) return std::pair{made->tool, made->args};
     std::optional<Value> tool, args;
     if (!plain_record(step, tool, args)) {
       to_texts();
@@ -165,6 +167,7 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
       return true;
     });
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
+    if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
     const V kept = m.invoke(deduplicated, all);
     const auto cap = static_cast<std::size_t>(max_steps);
     steps = deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "next_steps/encoding.hpp"
+#include "next_steps/made_steps.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 
@@ -77,7 +78,8 @@ std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Val
 // `keep` compares without any and encoded_size is still the module's own,
 // nothing can change before the next length is tried, and the text of a
 // leading part is the one that encoded_size would write for it.  Otherwise
-// each length is measured through the namespace, as the loop would.
+// each length is measured through the namespace, as the loop would.  A plain
+// list of steps that this call made is not walked: their sizes are known.
 template <class M>
 class StepListSizes {
  public:
@@ -96,11 +98,34 @@ class StepListSizes {
   std::int64_t first(const Value& steps, std::size_t n) {
     measured_.emplace();
     measured_->ends.reserve(n);
-    count_compact(m_, steps, *measured_);
+    if (!made(steps)) count_compact(m_, steps, *measured_);
     const Kind kind = m_.kind(steps);
     reusable_ = plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
                 measured_->ends.size() == n;
     return static_cast<std::int64_t>(measured_->bytes);
+  }
+
+  // Counts the list from the known sizes of its steps, as the walk would:
+  // `[`, the steps joined by `,`, then `]`.
+  bool made(const Value& steps) {
+    if (m_.kind(steps) != Kind::list || !m_.is_plain(steps)) return false;
+    std::size_t bytes = 1;
+    bool known = true;
+    m_.lend_items(steps, [&](const Value& step) {
+      const auto* made = m_.made_steps().find(m_.identity(step));
+      const auto step_bytes = made ? made_step_bytes(m_, made->tool, made->reason, made->args) : std::nullopt;
+      if ((known = step_bytes.has_value())) {
+        bytes += (measured_->ends.empty() ? 0 : 1) + *step_bytes;
+        measured_->ends.push_back(bytes);
+      }
+      return known;
+    });
+    if (!known) {
+      measured_->ends.clear();
+      return false;
+    }
+    measured_->bytes = bytes + 1;
+    return true;
   }
 
   M& m_;

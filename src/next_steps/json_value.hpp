@@ -415,6 +415,7 @@ class NativeModel {
   void warn_failure(const char* message, const Json& wanted) {
     warnings.push_back(std::string(message) + " " + key_text(wanted));
   }
+  MadeSteps<Json>& made_steps() { return made_steps_; }
   Json call_step(const Json& tool, const Json& reason, std::initializer_list<std::pair<Name, Json>> args) {
     auto dict = new_dict();
     for (const auto& [k, v] : args) set_item(dict, k, v);
@@ -488,6 +489,7 @@ class NativeModel {
   }
 
   std::size_t depth_ = 0;
+  MadeSteps<Json> made_steps_;
 };
 
 static_assert(ValueModel<NativeModel>);

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <utility>
 
+#include "next_steps/made_steps.hpp"
 #include "next_steps/model.hpp"
 
 namespace next_steps {
@@ -69,6 +70,7 @@ typename M::Value make_step(M& m, const typename M::Value& tool, const typename 
   m.set_item(step, Name::tool, tool);
   m.set_item(step, Name::args, args);
   m.set_item(step, Name::reason, reason);
+  m.made_steps().remember(m.identity(step), step, tool, reason, args);
   return step;
 }
 
