@@ -222,6 +222,11 @@ MEANING, UNTESTED = "No hits: search by meaning", "No test covers it: tests for 
         ("symbol", "callers", {"total_count": 7}, {"fqn": "f"}, []),
         ("symbol", "references", {"total": 30, "fqn": "a.b.C"}, {"fqn": ""},
          [step("quality", "impact", "30 references: check the blast radius", fqn="a.b.C")]),
+        # Counts past one digit of the int's storage.
+        ("symbol", "callers", {"total_count": 2**30}, {"fqn": "f"},
+         [step("quality", "impact", "1073741824 callers: check the blast radius", fqn="f")]),
+        ("symbol", "callers", {"total_count": 10**20}, {"fqn": "f"},
+         [step("quality", "impact", "100000000000000000000 callers: check the blast radius", fqn="f")]),
         ("tests", "for_file", {"tests": []}, {"path": ""}, [step("tests", "recommended", UNTESTED, changed_files=[""])]),
         ("tests", "for_file", {"tests": [], "path": "a.py"}, {"path": 5}, []),
         ("tests", "for_file", {"tests": ["t.py"]}, {"path": "a.py"}, []),

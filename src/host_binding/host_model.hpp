@@ -6,6 +6,7 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
@@ -95,6 +96,7 @@ class HostModel {
   }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;
+    if (PyLong_CheckExact(v.get())) return compact_int_text(v);
     return Object::steal(PyObject_Str(v.get()));
   }
   std::string type_name(const Object& v) const { return Py_TYPE(v.get())->tp_name; }
@@ -548,6 +550,15 @@ class HostModel {
 
  private:
   Object int_repr(const Object& v) const { return Object::steal(PyLong_Type.tp_repr(v.get())); }
+  // str() of an exact int: a count in a reason is written from its one
+  // digit of storage, without the host's general conversion.
+  Object compact_int_text(const Object& v) const {
+    auto* small = reinterpret_cast<PyLongObject*>(v.get());
+    if (!PyUnstable_Long_IsCompact(small)) return int_repr(v);
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, PyUnstable_Long_CompactValue(small)).ptr;
+    return Object::steal(PyUnicode_FromStringAndSize(digits, end - digits));
+  }
 
   // The decimal digits of an int beyond a machine word, read off its nearest
   // double instead of its text; 0 where the double cannot tell: next to a
