@@ -1,5 +1,5 @@
-// The compact sizes of the steps a call made itself, worked out from their
-// fields when they were made, so that the budget need not walk them.
+// The steps a call made itself, with the fields they were made of, so that
+// the budget and the search for repeats need not walk them.
 #pragma once
 
 #include <array>
