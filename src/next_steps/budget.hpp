@@ -112,8 +112,8 @@ class StepListSizes {
     std::size_t bytes = 1;
     bool known = true;
     m_.lend_items(steps, [&](const Value& step) {
-      const auto* made = m_.made_steps().find(m_.identity(step));
-      const auto step_bytes = made ? made_step_bytes(m_, made->tool, made->reason, made->args) : std::nullopt;
+      const auto* fields = m_.made_steps().find(m_.identity(step));
+      const auto step_bytes = fields ? made_step_bytes(m_, fields->tool, fields->reason, fields->args) : std::nullopt;
       if ((known = step_bytes.has_value())) {
         bytes += (measured_->ends.empty() ? 0 : 1) + *step_bytes;
         measured_->ends.push_back(bytes);

@@ -58,7 +58,7 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
   // == of plain texts, of plain lists of them, or of plain dicts of both
   { m.same_plain(v, v) } -> std::same_as<bool>;
-  m.made_steps().forget();  // the sizes of the steps this call made (made_steps.hpp)
+  m.made_steps().forget();  // the steps this call made, with their fields (made_steps.hpp)
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");  // a level deeper until the guard ends
   m.enter_level(" while encoding a JSON object");      // a level deeper until leave_level()
