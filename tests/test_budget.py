@@ -126,11 +126,14 @@ class Counted:
     [(lambda o: {"o": o, "rows": ({"tip": o},)}, 2), (lambda o: [{"o": o}], 1), (lambda o: {"rows": [{"note": [o]}]}, 2),
      (lambda o: Answer(tip=o), 2)],
 )
-def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls):
+@pytest.mark.parametrize("assembling", [False, True])
+def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls, assembling):
     # Measuring the answer writes it whole, then counts each hint field's value again.
     value = Counted()
-    answer = place(value)
-    ns._within_share(answer, [], keep=0)
+    if assembling:  # steps the module made, which fit without the answer's size
+        ns._add_next_steps({"fqn": "a.b", "x": place(value)}, "symbol", action="callers")
+    else:
+        ns._within_share(place(value), [], keep=0)
     assert value.calls == calls
 
 
@@ -158,6 +161,23 @@ def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note,
     steps, keep = assembled(ns, answer, arguments)
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
     assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
+
+
+# Steps the module made fit within the floor whatever the answer's size: the
+# size is then not needed, but the answer still fails where its text would.
+# The notes take the hints with the steps to the floor, or a byte past it.
+@settings(max_examples=1000, **SLOW)
+@given(st.lists(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=12), min_size=2, max_size=2), padding,
+       st.integers(0, 40), st.sampled_from([0, 1]))
+def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
+    rows, tip = values  # a value of each kind inside a hint field too
+    answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}
+    steps, keep = assembled(ns, answer, {})
+    hints = outcome(hint_size, answer)
+    if hints[0] == "value":
+        answer["notes"] = "n" * max(0, 320 + past_floor - hints[1] - size(steps) - 14)
+    finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers").get("next_steps", [])  # noqa: E731
+    assert outcome(finish) == outcome(within_share, answer, steps, keep)
 
 
 def test_steps_handed_to_a_rebound_deduplication_are_measured_anew(ns, monkeypatch):

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "next_steps/encoding.hpp"
@@ -84,11 +85,24 @@ template <class M>
 class StepListSizes {
  public:
   using Value = typename M::Value;
-  StepListSizes(M& m, const Value& keep) : m_(m), plain_keep_(m.is_plain(keep)) {}
+  StepListSizes(M& m, const Value& keep) : m_(m), keep_(keep), plain_keep_(m.is_plain(keep)) {}
+
+  // Whether the budget's loop can run without host code, and without a
+  // failure, for this list: a plain list of no more than `keep` steps, which
+  // the loop never measures, or of steps this call made, measured then from
+  // their fields.
+  bool runs_no_host_code(const Value& steps) {
+    if (!plain_keep_ || m_.kind(steps) != Kind::list || !m_.is_plain(steps)) return false;
+    if (!m_.size_greater(m_.length(steps), keep_)) return true;
+    if (!m_.template holds_own<Fn::encoded_size>()) return false;
+    measured_.emplace();
+    if (!made(steps)) measured_.reset();
+    return made_here_ = measured_.has_value();
+  }
 
   std::int64_t operator()(const Value& steps, std::size_t n) {
     if (m_.template holds_own<Fn::encoded_size>()) {
-      if (!measured_) return first(steps, n);
+      if (!first_measured_) return first(steps, n);
       if (reusable_) return n == 0 ? 2 : static_cast<std::int64_t>(measured_->ends[n - 1] + 1);
     }
     return m_.template call<Fn::encoded_size>(steps);
@@ -96,9 +110,12 @@ class StepListSizes {
 
  private:
   std::int64_t first(const Value& steps, std::size_t n) {
-    measured_.emplace();
-    measured_->ends.reserve(n);
-    if (!made(steps)) count_compact(m_, steps, *measured_);
+    first_measured_ = true;
+    if (!made_here_) {
+      measured_.emplace();
+      measured_->ends.reserve(n);
+      if (!made(steps)) count_compact(m_, steps, *measured_);
+    }
     const Kind kind = m_.kind(steps);
     reusable_ = plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
                 measured_->ends.size() == n;
@@ -129,9 +146,52 @@ class StepListSizes {
   }
 
   M& m_;
+  const Value& keep_;
   bool plain_keep_;
   std::optional<ItemSizeSink> measured_;
-  bool reusable_ = false;
+  bool made_here_ = false, first_measured_ = false, reusable_ = false;
+};
+
+// The answer's compact size and hint bytes as the budget reads them.  Steps
+// that fit within the floor fit whatever the answer's size, so the size is
+// worked out only when they do not.  Until then the answer is only walked
+// for its hint bytes and for what fails to encode, which fails there as it
+// would in encoded_size.  The size may wait only while nothing can change
+// the answer before it is asked for: both functions are the module's own,
+// the walk met no host code (it stops where it would), and the caller knows
+// that no host code runs between.  Otherwise both are measured at once.
+template <class M>
+class AnswerSizes {
+ public:
+  using Value = typename M::Value;
+  AnswerSizes(M& m, const Value& response, bool nothing_runs_between) : m_(m), response_(response) {
+    if (nothing_runs_between && m.template holds_own<Fn::encoded_size>() && m.template holds_own<Fn::hint_size>() &&
+        checked())
+      return;
+    std::tie(size_, hints_) = size_and_hints(m, response);
+  }
+
+  std::int64_t hints() const { return hints_; }
+  std::int64_t size() {
+    if (size_ < 0) size_ = encoded_size(m_, response_);
+    return size_;
+  }
+
+ private:
+  bool checked() {
+    HintCheckSink sink;
+    try {
+      count_compact(m_, response_, sink);
+    } catch (const WouldRunHostCode&) {
+      return false;
+    }
+    hints_ = static_cast<std::int64_t>(sink.hint_bytes);
+    return true;
+  }
+
+  M& m_;
+  const Value& response_;
+  std::int64_t size_ = -1, hints_ = 0;  // a size below 0 is not measured yet
 };
 
 // The steps, dropped from the last while the hints exceed their room: a
@@ -140,14 +200,15 @@ class StepListSizes {
 template <class M>
 typename M::Value within_share(M& m, const typename M::Value& response, const typename M::Value& steps,
                                const typename M::Value& keep) {
-  const auto [size, hints] = size_and_hints(m, response);
   StepListSizes<M> list_size(m, keep);
+  AnswerSizes<M> answer(m, response, list_size.runs_no_host_code(steps));
   auto current = steps;
   for (std::size_t n = m.length(current); m.size_greater(n, keep); n = m.length(current)) {
     const std::int64_t added = list_size(current, n) + steps_key_bytes;
-    const double room = std::max(hint_share * static_cast<double>(size + added),
+    if (answer.hints() + added <= hint_floor_bytes) break;  // the room is never less
+    const double room = std::max(hint_share * static_cast<double>(answer.size() + added),
                                  static_cast<double>(hint_floor_bytes));
-    if (static_cast<double>(hints + added) <= room) break;
+    if (static_cast<double>(answer.hints() + added) <= room) break;
     current = m.head(current, n - 1);
   }
   return current;

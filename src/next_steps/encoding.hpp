@@ -65,6 +65,15 @@ struct HintSizeSink : WatchedSizeSink {
   std::size_t hidden = 0;  // tuples and hint fields' values being written
 };
 
+// Counts the hint bytes as HintSizeSink does, but not the rest of the text:
+// outside hint fields the walk only looks for what fails to encode.  A
+// one-byte string and a float always encode, so they are not looked at.
+// The walk runs no host code: where it would, it stops (WouldRunHostCode).
+struct HintCheckSink : HintSizeSink {};
+
+// Thrown by a walk that must not run host code where it would have to.
+struct WouldRunHostCode {};
+
 // Also counts the bytes up to the end of each item of the outermost list, so
 // that the text of any leading part of it is known: `[`, those items joined
 // by `,`, then `]`.
@@ -76,6 +85,8 @@ template <class Sink>
 concept WatchesHostCode = std::is_base_of_v<WatchedSizeSink, Sink>;
 template <class Sink>
 concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
+template <class Sink>
+concept ChecksOutsideHints = std::is_base_of_v<HintCheckSink, Sink>;
 template <class Sink>
 concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
@@ -196,7 +207,7 @@ class Writer {
     switch (m_.kind(v)) {
       case Kind::null: return sink_.ascii("null");
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
-      case Kind::str: return sink_.token(m_.str_view(v));
+      case Kind::str: return text(m_.str_view(v));
       case Kind::integer: return integer(v);
       case Kind::real: return real(m_.float_value(v));
       case Kind::list: return sequence(v, false);
@@ -216,6 +227,7 @@ class Writer {
   }
 
   void host_code_ran() {
+    if constexpr (ChecksOutsideHints<Sink>) throw WouldRunHostCode{};
     if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
     keys_known_ = false;
     levels_.settle();
@@ -231,7 +243,18 @@ class Writer {
     }
   }
 
+  // Keys are always counted: their sizes are remembered for the next time.
+  [[gnu::always_inline]] void text(const StrView& s) {
+    if constexpr (ChecksOutsideHints<Sink>) {
+      if (s.width == 1 && sink_.hidden == 0) return;
+    }
+    sink_.token(s);
+  }
+
   void real(double d) {
+    if constexpr (ChecksOutsideHints<Sink>) {
+      if (sink_.hidden == 0) return;
+    }
     if constexpr (Sink::counts) {
       sink_.bytes += float_text_length(d);
     } else {
