@@ -152,8 +152,14 @@ class HostModel {
         fail();
       }
       it->second = Object::steal(text);
+      state_.constant_sizes.remember(it->second);
     }
     return it->second;
+  }
+  // The compact token size of a text, known for a name or a literal.
+  std::size_t token_bytes(const Object& text, bool& surrogate) const {
+    if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
+    return next_steps::compact_token_bytes(str_view(text), surrogate);
   }
   // "".join(parts) of texts (literals and str() results), made at its final
   // size and width at once, without a tuple to hand to the host's join.

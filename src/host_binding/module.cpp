@@ -71,7 +71,10 @@ class Loader {
  private:
   void intern_names() {
     State& s = *state_slot(module_);
-    for (std::size_t i = 0; i < ns::name_texts.size(); ++i) s.names[i] = intern(ns::name_texts[i]);
+    for (std::size_t i = 0; i < ns::name_texts.size(); ++i) {
+      s.names[i] = intern(ns::name_texts[i]);
+      s.constant_sizes.remember(s.names[i]);
+    }
     for (std::size_t i = 0; i < ns::function_names.size(); ++i) s.function_names[i] = intern(ns::function_names[i]);
     s.get = intern("get");
     s.items = intern("items");

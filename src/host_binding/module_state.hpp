@@ -11,6 +11,7 @@
 
 #include "host_binding/object.hpp"
 #include "next_steps/tables.hpp"
+#include "next_steps/text.hpp"
 #include "next_steps/vocabulary.hpp"
 
 namespace host {
@@ -25,6 +26,39 @@ struct ConstantText {
   std::size_t operator()(std::string_view s) const {
     return std::hash<const void*>{}(s.data()) ^ s.size();
   }
+};
+
+// The compact token sizes of the module's constant texts (names and
+// literals) by address: steps are measured from their texts, and most of
+// those are constants.  A constant lives as long as the module, so no other
+// object can take its address while it is known.  One whose slot is taken
+// is measured each time.
+class ConstantSizes {
+ public:
+  void remember(const Object& text) {
+    Slot& slot = slots_[slot_of(text.get())];
+    if (slot.text) return;
+    PyObject* o = text.get();
+    const next_steps::StrView view{PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)),
+                                   static_cast<int>(PyUnicode_KIND(o)), PyUnicode_IS_ASCII(o) != 0};
+    bool surrogate = false;  // a constant has none
+    slot = {o, next_steps::compact_token_bytes(view, surrogate)};
+  }
+  const std::size_t* find(const PyObject* text) const {
+    const Slot& slot = slots_[slot_of(text)];
+    return slot.text == text ? &slot.bytes : nullptr;
+  }
+
+ private:
+  struct Slot {
+    const PyObject* text = nullptr;
+    std::size_t bytes = 0;
+  };
+  static std::size_t slot_of(const PyObject* text) {
+    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(text) >> 4);
+    return (bits * 0x9E3779B1u) >> 24;  // the top 8 bits of a multiplicative hash
+  }
+  std::array<Slot, 256> slots_;
 };
 
 // Counts the changes of the namespaces whose names are kept (see
@@ -54,6 +88,7 @@ struct State {
   std::array<Object, next_steps::function_names.size()> keywords;
   Object get, items, pop, warning, exc_info;
   std::unordered_map<std::string_view, Object, ConstantText, ConstantText> literals;
+  ConstantSizes constant_sizes;
   // The host's watcher of the namespace, or -1 without one (an interpreter
   // has a few watcher slots; without one every read looks the name up).
   int watcher = -1;

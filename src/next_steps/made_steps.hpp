@@ -59,7 +59,7 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   if (!m.is_plain_text(tool) || !m.is_plain_text(reason) || m.kind(args) != Kind::dict || !m.is_plain(args))
     return std::nullopt;
   bool surrogate = false;
-  auto text = [&](const V& v) { return compact_token_bytes(m.str_view(v), surrogate); };
+  auto text = [&](const V& v) { return m.token_bytes(v, surrogate); };
   auto key = [](Name name) { return text_of(name).size() + 4; };  // quoted, after '{' or ',', before ':'
   std::size_t bytes = key(Name::tool) + text(tool) + key(Name::args) + key(Name::reason) + text(reason) + 1;
   std::size_t entries = 0;

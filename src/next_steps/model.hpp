@@ -18,7 +18,7 @@
 namespace next_steps {
 
 template <class M>
-concept ValueModel = requires(M& m, const typename M::Value& v, std::string& text, std::u32string& raw) {
+concept ValueModel = requires(M& m, const typename M::Value& v, std::string& text, std::u32string& raw, bool& flag) {
   // An owning handle; copying shares the value (no deep copy).
   typename M::Value;
   { m.kind(v) } -> std::same_as<Kind>;
@@ -30,6 +30,7 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.int_text_length(v) } -> std::same_as<std::size_t>;
   m.int_text(v, text);
   { m.str_view(v) } -> std::same_as<StrView>;
+  { m.token_bytes(v, flag) } -> std::same_as<std::size_t>;  // compact_token_bytes of a text's str_view
   { m.text_form(v) } -> std::same_as<typename M::Value>;  // str() of any value
   { m.type_name(v) } -> std::same_as<std::string>;
   { m.equals_int(v, 0) } -> std::same_as<bool>;     // value == n
