@@ -36,23 +36,20 @@ class HostModel {
 
   // --- kinds and scalars
   // Strings first: they are most of what an answer holds, keys included.
+  // Then the type's flags, one load, tell the other families apart (their
+  // layouts exclude each other, so a type is of one family at most), where
+  // a test of each exact type would load the address of each.
   [[gnu::always_inline]] Kind kind(const Object& v) const {
     PyObject* o = v.get();
     PyTypeObject* t = Py_TYPE(o);
     if (t == &PyUnicode_Type) return Kind::str;
+    if (PyType_FastSubclass(t, Py_TPFLAGS_DICT_SUBCLASS)) return Kind::dict;
+    if (PyType_FastSubclass(t, Py_TPFLAGS_LIST_SUBCLASS)) return Kind::list;
+    if (PyType_FastSubclass(t, Py_TPFLAGS_LONG_SUBCLASS)) return t == &PyBool_Type ? Kind::boolean : Kind::integer;
+    if (PyType_FastSubclass(t, Py_TPFLAGS_UNICODE_SUBCLASS)) return Kind::str;
+    if (PyType_FastSubclass(t, Py_TPFLAGS_TUPLE_SUBCLASS)) return Kind::tuple;
     if (o == Py_None) return Kind::null;
-    if (o == Py_True || o == Py_False) return Kind::boolean;
-    if (t == &PyDict_Type) return Kind::dict;
-    if (t == &PyList_Type) return Kind::list;
-    if (t == &PyLong_Type) return Kind::integer;
-    if (t == &PyFloat_Type) return Kind::real;
-    if (t == &PyTuple_Type) return Kind::tuple;
-    if (PyUnicode_Check(o)) return Kind::str;
-    if (PyLong_Check(o)) return Kind::integer;
     if (PyFloat_Check(o)) return Kind::real;
-    if (PyList_Check(o)) return Kind::list;
-    if (PyTuple_Check(o)) return Kind::tuple;
-    if (PyDict_Check(o)) return Kind::dict;
     return Kind::other;
   }
   bool is_null(const Object& v) const { return v.get() == Py_None; }
