@@ -5,7 +5,7 @@ from hypothesis import assume, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import dedupe, hint_size, within_share
-from test_encoding import SLOW, keys, leaves, outcome, poisons
+from test_encoding import HUGE_INT, SLOW, floats, ints, keys, leaves, outcome, poisons, texts
 
 
 Tip, Answer, Rows = type("Tip", (str,), {}), type("Answer", (dict,), {}), type("Rows", (list,), {})
@@ -163,12 +163,24 @@ def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note,
     assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
 
 
+# Values whose walk runs no host code: no subclass of a container, no other
+# value, but every failure that a plain value can hold.
+plain_values = st.recursive(
+    st.one_of(st.none(), st.booleans(), ints, floats, texts,
+              st.sampled_from(["\ud800", "a\udfffb", HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}])),
+    lambda children: st.one_of(st.dictionaries(st.one_of(keys, keys, st.sampled_from(["tip", "note", "\udc00"])),
+                                               children, max_size=4),
+                               st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple)),
+    max_leaves=12,
+)
+
+
 # Steps the module made fit within the floor whatever the answer's size: the
 # size is then not needed, but the answer still fails where its text would.
 # The notes take the hints with the steps to the floor, or a byte past it.
 @settings(max_examples=1000, **SLOW)
-@given(st.lists(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=12), min_size=2, max_size=2), padding,
-       st.integers(0, 40), st.sampled_from([0, 1]))
+@given(st.lists(plain_values | st.recursive(st.one_of(leaves, poisons), answers, max_leaves=12), min_size=2, max_size=2),
+       padding, st.integers(0, 40), st.sampled_from([0, 1]))
 def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
     rows, tip = values  # a value of each kind inside a hint field too
     answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}

@@ -272,6 +272,9 @@ class Writer {
   }
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
+    if constexpr (ChecksOutsideHints<Sink>) {
+      if (sink_.hidden == 0 && m_.str_view(k).width == 1) return names_hint(k);  // its size is not needed
+    }
     if constexpr (Sink::counts) {
       if (keys_known_) {
         const void* id = m_.identity(k);
