@@ -127,20 +127,29 @@ class SeenCalls {
 };
 
 // The steps without a repeat of the same call (same tool and arguments,
-// whatever their order and reason); the first occurrence stays.
+// whatever their order and reason); the first occurrence stays.  A plain
+// list that only the caller holds may come back as itself when nothing
+// repeats: the new list is made at the first repeat, if any.
 template <class M>
-typename M::Value deduplicated(M& m, const typename M::Value& steps) {
+typename M::Value deduplicated(M& m, const typename M::Value& steps, bool callers_own_list = false) {
   using V = typename M::Value;
-  V kept = m.new_list();
+  std::optional<V> kept;
+  if (!callers_own_list) kept = m.new_list();
   SeenCalls<M> seen(m, steps);
+  std::size_t met = 0;
   m.for_each_item(steps, [&](const V& step) {
     const auto fields = seen.meet(step);
     const V tool = fields ? fields->first : m.get_item(step, Name::tool);
     const V args = fields ? fields->second : m.get_item(step, Name::args);
-    if (seen.add(tool, args)) m.append(kept, step);
+    if (seen.add(tool, args)) {
+      if (kept) m.append(*kept, step);
+    } else if (!kept) {
+      kept = m.head(steps, met);
+    }
+    ++met;
     return true;
   });
-  return kept;
+  return kept ? *kept : steps;
 }
 
 template <class M>
@@ -168,7 +177,7 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     });
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
     if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
-    const V kept = m.invoke(deduplicated, all);
+    const V kept = deduplicated.own ? next_steps::deduplicated(m, all, true) : m.invoke(deduplicated, all);
     const auto cap = static_cast<std::size_t>(max_steps);
     steps = deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);
     const std::size_t signalled = signals.own ? own_signals : m.length(signal);
