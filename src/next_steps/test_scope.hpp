@@ -2,6 +2,7 @@
 // base it compared against when its file list was cut.
 #pragma once
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -10,14 +11,17 @@
 
 namespace next_steps {
 
-// The own file first, then the affected (else the changed) files, else the
-// request's path; repeats and all.
-template <class M>
-typename M::Value named_files(M& m, const typename M::Value& response, const typename M::Value& arguments) {
+// Hands `f` each file the answer names: the own file first, then the
+// affected (else the changed) files, else the request's path; repeats and all.
+template <class M, class F>
+void for_each_named_file(M& m, const typename M::Value& response, const typename M::Value& arguments, F&& f) {
   using V = typename M::Value;
-  V found = m.new_list();
+  bool named = false;
   const V own = m.get(response, Name::file);
-  if (m.kind(own) == Kind::str) m.append(found, own);
+  if (m.kind(own) == Kind::str) {
+    f(own);
+    named = true;
+  }
   for (Name field : {Name::affected_files, Name::files}) {
     const V items = m.get(response, field);
     if (m.kind(items) != Kind::list) continue;
@@ -25,24 +29,29 @@ typename M::Value named_files(M& m, const typename M::Value& response, const typ
     m.for_each_item(items, [&](const V& item) {
       const V path = m.kind(item) == Kind::dict ? m.get(item, Name::path) : item;
       if (m.kind(path) == Kind::str) {
-        m.append(found, path);
+        f(path);
         listed = true;
       }
       return true;
     });
-    if (listed) break;
+    if (listed) {
+      named = true;
+      break;
+    }
   }
-  if (m.length(found) == 0) {
+  if (!named) {
     const V path = m.get(arguments, Name::path);
-    if (m.kind(path) == Kind::str) m.append(found, path);
+    if (m.kind(path) == Kind::str) f(path);
   }
-  return found;
 }
 
 // The files an answer names, without repeats.
 template <class M>
 typename M::Value answer_files(M& m, const typename M::Value& response, const typename M::Value& arguments) {
-  return m.without_repeats(named_files(m, response, arguments));
+  using V = typename M::Value;
+  V found = m.new_list();
+  for_each_named_file(m, response, arguments, [&](const V& path) { m.append(found, path); });
+  return m.without_repeats(found);
 }
 
 // The first `limit` of answer_files: all that the tests scope looks at.  A
@@ -53,21 +62,29 @@ template <class M>
 typename M::Value leading_answer_files(M& m, const typename M::Value& response, const typename M::Value& arguments,
                                        std::size_t limit) {
   using V = typename M::Value;
-  const V found = named_files(m, response, arguments);
+  std::vector<V> found;
   bool plain = true;
-  m.for_each_item(found, [&](const V& path) { return plain = m.is_plain_text(path); });
-  if (!plain) return m.head(m.without_repeats(found), limit);
+  for_each_named_file(m, response, arguments, [&](const V& path) {
+    plain = plain && m.is_plain_text(path);
+    found.push_back(path);
+  });
   V kept = m.new_list();
+  if (!plain) {
+    for (const V& path : found) m.append(kept, path);
+    return m.head(m.without_repeats(kept), limit);
+  }
   std::vector<std::pair<std::size_t, V>> seen;
   seen.reserve(limit);
-  m.for_each_item(found, [&](const V& path) {
+  for (const V& path : found) {
     const std::size_t hash = m.text_hash(path);
-    for (const auto& [h, met] : seen)
-      if (h == hash && m.same_plain(met, path)) return true;
+    const bool repeat = std::any_of(seen.begin(), seen.end(), [&](const auto& met) {
+      return met.first == hash && m.same_plain(met.second, path);
+    });
+    if (repeat) continue;
     seen.emplace_back(hash, path);
     m.append(kept, path);
-    return seen.size() < limit;
-  });
+    if (seen.size() == limit) break;
+  }
   return kept;
 }
 
