@@ -168,11 +168,10 @@ class Levels {
 // few levels, which are kept in place; only deeper ones take memory.
 class OpenContainers {
  public:
-  [[gnu::always_inline]] bool holds(const void* id) const {
+  bool holds(const void* id) const {
     const void* const* end = near_ + std::min(size_, near_levels);
-    for (const void* const* open = near_; open != end; ++open)
-      if (*open == id) return true;
-    return size_ > near_levels && std::find(deeper_.begin(), deeper_.end(), id) != deeper_.end();
+    return std::find(near_, end, id) != end ||
+           std::find(deeper_.begin(), deeper_.end(), id) != deeper_.end();
   }
   void push(const void* id) {
     if (size_ < near_levels)
