@@ -86,11 +86,7 @@ class HostModel {
     Object text = int_repr(v);
     out += PyUnicode_AsUTF8(text.get());
   }
-  [[gnu::always_inline]] StrView str_view(const Object& v) const {
-    PyObject* o = v.get();
-    return {PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)), static_cast<int>(PyUnicode_KIND(o)),
-            PyUnicode_IS_ASCII(o) != 0};
-  }
+  [[gnu::always_inline]] StrView str_view(const Object& v) const { return view_of(v.get()); }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;
     if (PyLong_CheckExact(v.get())) return compact_int_text(v);

@@ -28,6 +28,12 @@ struct ConstantText {
   }
 };
 
+// A text's storage as the logic reads it.
+[[gnu::always_inline]] inline next_steps::StrView view_of(PyObject* text) {
+  return {PyUnicode_DATA(text), static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)),
+          static_cast<int>(PyUnicode_KIND(text)), PyUnicode_IS_ASCII(text) != 0};
+}
+
 // The compact token sizes of the module's constant texts (names and
 // literals) by address: steps are measured from their texts, and most of
 // those are constants.  A constant lives as long as the module, so no other
@@ -38,11 +44,8 @@ class ConstantSizes {
   void remember(const Object& text) {
     Slot& slot = slots_[slot_of(text.get())];
     if (slot.text) return;
-    PyObject* o = text.get();
-    const next_steps::StrView view{PyUnicode_DATA(o), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o)),
-                                   static_cast<int>(PyUnicode_KIND(o)), PyUnicode_IS_ASCII(o) != 0};
     bool surrogate = false;  // a constant has none
-    slot = {o, next_steps::compact_token_bytes(view, surrogate)};
+    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate)};
   }
   const std::size_t* find(const PyObject* text) const {
     const Slot& slot = slots_[slot_of(text)];

@@ -97,7 +97,7 @@ class StepListSizes {
     if (!m_.template holds_own<Fn::encoded_size>()) return false;
     measured_.emplace();
     if (!made(steps)) measured_.reset();
-    return made_here_ = measured_.has_value();
+    return measured_.has_value();
   }
 
   std::int64_t operator()(const Value& steps, std::size_t n) {
@@ -111,7 +111,7 @@ class StepListSizes {
  private:
   std::int64_t first(const Value& steps, std::size_t n) {
     first_measured_ = true;
-    if (!made_here_) {
+    if (!measured_) {  // not measured up front as made here
       measured_.emplace();
       measured_->ends.reserve(n);
       if (!made(steps)) count_compact(m_, steps, *measured_);
@@ -149,7 +149,7 @@ class StepListSizes {
   const Value& keep_;
   bool plain_keep_;
   std::optional<ItemSizeSink> measured_;
-  bool made_here_ = false, first_measured_ = false, reusable_ = false;
+  bool first_measured_ = false, reusable_ = false;
 };
 
 // The answer's compact size and hint bytes as the budget reads them.  Steps

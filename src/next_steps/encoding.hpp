@@ -243,7 +243,7 @@ class Writer {
     }
   }
 
-  // Keys are always counted: their sizes are remembered for the next time.
+  // A string value; a key is written by str_key.
   [[gnu::always_inline]] void text(const StrView& s) {
     if constexpr (ChecksOutsideHints<Sink>) {
       if (s.width == 1 && sink_.hidden == 0) return;
