@@ -86,7 +86,16 @@ class HostModel {
     Object text = int_repr(v);
     out += PyUnicode_AsUTF8(text.get());
   }
+  // Within a machine word an int's text is short: writing it cannot fail.
+  bool int_fits_word(const Object& v) const {
+    auto* small = reinterpret_cast<PyLongObject*>(v.get());
+    if (PyUnstable_Long_IsCompact(small)) return true;
+    int overflow = 0;
+    PyLong_AsLongLongAndOverflow(v.get(), &overflow);
+    return !overflow;
+  }
   [[gnu::always_inline]] StrView str_view(const Object& v) const { return view_of(v.get()); }
+  [[gnu::always_inline]] int str_width(const Object& v) const { return static_cast<int>(PyUnicode_KIND(v.get())); }
   Object text_form(const Object& v) const {
     if (PyUnicode_CheckExact(v.get())) return v;
     if (PyLong_CheckExact(v.get())) return compact_int_text(v);

@@ -169,9 +169,10 @@ class Levels {
 class OpenContainers {
  public:
   bool holds(const void* id) const {
-    const void* const* end = near_ + std::min(size_, near_levels);
-    return std::find(near_, end, id) != end ||
-           std::find(deeper_.begin(), deeper_.end(), id) != deeper_.end();
+    // A plain loop: the walks open a few levels, too few for an unrolled search.
+    for (std::size_t i = 0, n = std::min(size_, near_levels); i < n; ++i)
+      if (near_[i] == id) return true;
+    return size_ > near_levels && std::find(deeper_.begin(), deeper_.end(), id) != deeper_.end();
   }
   void push(const void* id) {
     if (size_ < near_levels)
@@ -207,7 +208,11 @@ class Writer {
     switch (m_.kind(v)) {
       case Kind::null: return sink_.ascii("null");
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
-      case Kind::str: return text(m_.str_view(v));
+      case Kind::str:
+        if constexpr (ChecksOutsideHints<Sink>) {
+          if (sink_.hidden == 0 && m_.str_width(v) == 1) return;  // cannot fail
+        }
+        return sink_.token(m_.str_view(v));
       case Kind::integer: return integer(v);
       case Kind::real: return real(m_.float_value(v));
       case Kind::list: return sequence(v, false);
@@ -234,6 +239,9 @@ class Writer {
   }
 
   void integer(const Value& v) {
+    if constexpr (ChecksOutsideHints<Sink>) {
+      if (sink_.hidden == 0 && m_.int_fits_word(v)) return;  // cannot fail
+    }
     if constexpr (Sink::counts) {
       sink_.bytes += m_.int_text_length(v);
     } else {
@@ -241,14 +249,6 @@ class Writer {
       m_.int_text(v, scratch_);
       sink_.ascii(scratch_);
     }
-  }
-
-  // A string value; a key is written by str_key.
-  [[gnu::always_inline]] void text(const StrView& s) {
-    if constexpr (ChecksOutsideHints<Sink>) {
-      if (s.width == 1 && sink_.hidden == 0) return;
-    }
-    sink_.token(s);
   }
 
   void real(double d) {
@@ -273,7 +273,7 @@ class Writer {
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
     if constexpr (ChecksOutsideHints<Sink>) {
-      if (sink_.hidden == 0 && m_.str_view(k).width == 1) return names_hint(k);  // its size is not needed
+      if (sink_.hidden == 0 && m_.str_width(k) == 1) return names_hint(k);  // its size is not needed
     }
     if constexpr (Sink::counts) {
       if (keys_known_) {
