@@ -25,6 +25,9 @@ add_custom_command(
   COMMENT "Profiling the module on the bench's answers"
   VERBATIM)
 add_custom_target(next_steps_profile DEPENDS ${profile_dir}/trained)
+# The module's compile waits for the counts.  Only a change of its sources
+# compiles it again: after a change of the training alone the counts are new
+# but the module is not (a fresh build folder makes both).
 add_dependencies(next_steps next_steps_profile)
 # Code that the training does not run stays optimized for speed, not size.
 # Warnings are errors in the trainee's compile of the same sources; here GCC
