@@ -1,7 +1,7 @@
 """The hint budget: hint fields at any depth, and trimming steps to their room."""
 
 import pytest
-from hypothesis import assume, given, settings
+from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import dedupe, hint_size, within_share
@@ -181,6 +181,8 @@ plain_values = st.recursive(
 @settings(max_examples=1000, **SLOW)
 @given(st.lists(plain_values | st.recursive(st.one_of(leaves, poisons), answers, max_leaves=12), min_size=2, max_size=2),
        padding, st.integers(0, 40), st.sampled_from([0, 1]))
+@example([[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
+@example([["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text
 def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
     rows, tip = values  # a value of each kind inside a hint field too
     answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}
