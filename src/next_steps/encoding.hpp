@@ -130,6 +130,22 @@ class KeySizes {
   Known known_[32][2];
 };
 
+// The one-byte keys met so far that name no hint field, by identity, for a
+// walk that runs no host code (so every key it met lives on).  A key whose
+// place is taken is looked at again.
+class PlainKeys {
+ public:
+  bool holds(const void* key) const { return keys_[slot_of(key)] == key; }
+  void add(const void* key) { keys_[slot_of(key)] = key; }
+
+ private:
+  static std::size_t slot_of(const void* key) {
+    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
+    return (bits * 0x9E3779B1u) >> 26;  // the top 6 bits of a multiplicative hash
+  }
+  const void* keys_[64] = {};
+};
+
 // The host's count of nested calls as a walk keeps it: raised a level only
 // where the walk goes deeper than it has been, and let down to the walk's
 // own depth before any host code runs and when the walk ends.  Between, the
@@ -273,7 +289,15 @@ class Writer {
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
     if constexpr (ChecksOutsideHints<Sink>) {
-      if (sink_.hidden == 0 && m_.str_width(k) == 1) return names_hint(k);  // its size is not needed
+      if (sink_.hidden == 0) {  // its size is not needed
+        const void* id = m_.identity(k);
+        if (plain_keys_.holds(id)) return false;
+        if (m_.str_width(k) == 1) {
+          const bool hint = names_hint(k);
+          if (!hint) plain_keys_.add(id);
+          return hint;
+        }
+      }
     }
     if constexpr (Sink::counts) {
       if (keys_known_) {
@@ -404,6 +428,7 @@ class Writer {
   std::string scratch_;
   struct NoKeySizes {};
   [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
+  [[no_unique_address]] std::conditional_t<ChecksOutsideHints<Sink>, PlainKeys, NoKeySizes> plain_keys_;
   bool keys_known_ = true;  // no host code ran yet: the key sizes hold
   Levels<M> levels_;
 };
