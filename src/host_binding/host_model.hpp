@@ -86,13 +86,14 @@ class HostModel {
     Object text = int_repr(v);
     out += PyUnicode_AsUTF8(text.get());
   }
-  // Within a machine word an int's text is short: writing it cannot fail.
-  bool int_fits_word(const Object& v) const {
+  // Within a double's range an int has at most 309 digits, far below the
+  // least digit limit the host lets be set (640): writing it cannot fail.
+  bool int_is_short(const Object& v) const {
     auto* small = reinterpret_cast<PyLongObject*>(v.get());
     if (PyUnstable_Long_IsCompact(small)) return true;
-    int overflow = 0;
-    PyLong_AsLongLongAndOverflow(v.get(), &overflow);
-    return !overflow;
+    if (PyLong_AsDouble(v.get()) != -1.0 || !PyErr_Occurred()) return true;
+    PyErr_Clear();
+    return false;
   }
   [[gnu::always_inline]] StrView str_view(const Object& v) const { return view_of(v.get()); }
   [[gnu::always_inline]] int str_width(const Object& v) const { return static_cast<int>(PyUnicode_KIND(v.get())); }

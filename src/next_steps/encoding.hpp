@@ -256,7 +256,7 @@ class Writer {
 
   void integer(const Value& v) {
     if constexpr (ChecksOutsideHints<Sink>) {
-      if (sink_.hidden == 0 && m_.int_fits_word(v)) return;  // cannot fail
+      if (sink_.hidden == 0 && m_.int_is_short(v)) return;  // cannot fail
     }
     if constexpr (Sink::counts) {
       sink_.bytes += m_.int_text_length(v);

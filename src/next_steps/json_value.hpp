@@ -156,7 +156,7 @@ class NativeModel {
   double float_value(const Json& v) const { return v->number; }
   std::size_t int_text_length(const Json& v) const { return v->integer.size(); }
   void int_text(const Json& v, std::string& out) const { out += v->integer; }
-  bool int_fits_word(const Json& v) const { return v->integer.size() < 19; }
+  bool int_is_short(const Json& v) const { return v->integer.size() <= 309; }
   StrView str_view(const Json& v) const { return {v->text.data(), v->text.size(), 4}; }
   int str_width(const Json&) const { return 4; }
   std::size_t token_bytes(const Json& v, bool& surrogate) const { return compact_token_bytes(str_view(v), surrogate); }

@@ -29,7 +29,7 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.float_value(v) } -> std::same_as<double>;
   { m.int_text_length(v) } -> std::same_as<std::size_t>;
   m.int_text(v, text);
-  { m.int_fits_word(v) } -> std::same_as<bool>;  // short enough that its text never fails
+  { m.int_is_short(v) } -> std::same_as<bool>;  // short enough that its text never fails
   { m.str_view(v) } -> std::same_as<StrView>;
   { m.str_width(v) } -> std::same_as<int>;  // str_view(v).width
   { m.token_bytes(v, flag) } -> std::same_as<std::size_t>;  // compact_token_bytes of a text's str_view
