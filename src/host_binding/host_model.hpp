@@ -146,18 +146,16 @@ class HostModel {
   Object name(Name n) const { return state_.names[static_cast<std::size_t>(n)]; }
   // A constant text of the logic, made once per module.
   Object literal(std::string_view s) {
-    auto [it, added] = state_.literals.try_emplace(s);
-    if (added) {
-      PyObject* text = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
-      if (text) PyUnicode_InternInPlace(&text);
-      if (!text) {
-        state_.literals.erase(it);
-        fail();
-      }
-      it->second = Object::steal(text);
-      state_.constant_sizes.remember(it->second);
+    Literals::Slot* slot = state_.literals.slot_for(s);
+    if (slot && slot->text) return slot->text;
+    PyObject* text = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
+    if (text) PyUnicode_InternInPlace(&text);
+    Object made = Object::steal(text);
+    if (slot) {
+      *slot = {s.data(), s.size(), made};
+      state_.constant_sizes.remember(made);  // known by address only while the slot holds it
     }
-    return it->second;
+    return made;
   }
   // The compact token size of a text, known for a name or a literal.
   std::size_t token_bytes(const Object& text, bool& surrogate) const {

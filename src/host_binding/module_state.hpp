@@ -5,9 +5,7 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <string_view>
-#include <unordered_map>
 
 #include "host_binding/object.hpp"
 #include "next_steps/tables.hpp"
@@ -16,16 +14,39 @@
 
 namespace host {
 
-// The logic's constant texts live as long as the program, each at one place,
-// so a text is known by where it is: a lookup by address and length hashes
-// no bytes.  A text met at two places is interned once all the same.
-struct ConstantText {
-  bool operator()(std::string_view a, std::string_view b) const {
-    return a.data() == b.data() && a.size() == b.size();
+// The host texts of the logic's constant texts.  Those live as long as the
+// program, each at one place, so a text is known by where it is: a lookup
+// by address and length hashes no bytes and divides nothing.  A text met at
+// two places is interned once all the same.  The logic has a few dozen; a
+// table that fills up takes no more, and the texts past it are made anew
+// each time they are asked for.
+class Literals {
+ public:
+  struct Slot {
+    const char* data = nullptr;
+    std::size_t size = 0;
+    Object text;  // none in an empty slot
+  };
+  // The slot that holds the text, else the empty one where it goes; null
+  // when neither is left.
+  Slot* slot_for(std::string_view s) {
+    for (std::size_t i = slot_of(s), probes = 0; probes < slots_.size(); ++probes, i = (i + 1) % slots_.size()) {
+      Slot& slot = slots_[i];
+      if (!slot.text || (slot.data == s.data() && slot.size == s.size())) return &slot;
+    }
+    return nullptr;
   }
-  std::size_t operator()(std::string_view s) const {
-    return std::hash<const void*>{}(s.data()) ^ s.size();
+  template <class F>
+  void for_each(F&& f) {
+    for (Slot& slot : slots_) f(slot.text);
   }
+
+ private:
+  static std::size_t slot_of(std::string_view s) {
+    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(s.data()) ^ s.size());
+    return (bits * 0x9E3779B1u) >> 25;  // the top 7 bits of a multiplicative hash
+  }
+  std::array<Slot, 128> slots_;
 };
 
 // A text's storage as the logic reads it.
@@ -90,7 +111,7 @@ struct State {
   // Keyword names of the calls the logic makes with keywords.
   std::array<Object, next_steps::function_names.size()> keywords;
   Object get, items, pop, warning, exc_info;
-  std::unordered_map<std::string_view, Object, ConstantText, ConstantText> literals;
+  Literals literals;
   ConstantSizes constant_sizes;
   // The host's watcher of the namespace, or -1 without one (an interpreter
   // has a few watcher slots; without one every read looks the name up).
@@ -120,7 +141,7 @@ struct State {
     for (auto* group : {&function_names, &own, &keywords})
       for (Object& o : *group) f(o);
     for (Object* o : {&get, &items, &pop, &warning, &exc_info}) f(*o);
-    for (auto& [key, o] : literals) f(o);
+    literals.for_each(f);
   }
 };
 
