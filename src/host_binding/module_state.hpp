@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host_binding/object.hpp"
+#include "next_steps/address_slot.hpp"
 #include "next_steps/tables.hpp"
 #include "next_steps/text.hpp"
 #include "next_steps/vocabulary.hpp"
@@ -42,10 +43,7 @@ class Literals {
   }
 
  private:
-  static std::size_t slot_of(std::string_view s) {
-    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(s.data()) ^ s.size());
-    return (bits * 0x9E3779B1u) >> 25;  // the top 7 bits of a multiplicative hash
-  }
+  static std::size_t slot_of(std::string_view s) { return next_steps::address_slot<7>(s.data()); }
   std::array<Slot, 128> slots_;
 };
 
@@ -78,10 +76,7 @@ class ConstantSizes {
     const PyObject* text = nullptr;
     std::size_t bytes = 0;
   };
-  static std::size_t slot_of(const PyObject* text) {
-    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(text) >> 4);
-    return (bits * 0x9E3779B1u) >> 24;  // the top 8 bits of a multiplicative hash
-  }
+  static std::size_t slot_of(const PyObject* text) { return next_steps::address_slot<8>(text); }
   std::array<Slot, 256> slots_;
 };
 

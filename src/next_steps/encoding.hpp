@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "next_steps/address_slot.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/text.hpp"
 
@@ -120,10 +121,7 @@ class KeySizes {
   }
 
  private:
-  static std::size_t set_of(const void* key) {
-    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
-    return (bits * 0x9E3779B1u) >> 27;  // the top 5 bits of a multiplicative hash
-  }
+  static std::size_t set_of(const void* key) { return address_slot<5>(key); }
   // A way is empty while its key is null (no key lies there); only the keys
   // are cleared up front, a way's size is only read once its key is set.
   const void* keys_[32][2] = {};
@@ -139,10 +137,7 @@ class PlainKeys {
   void add(const void* key) { keys_[slot_of(key)] = key; }
 
  private:
-  static std::size_t slot_of(const void* key) {
-    const auto bits = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key) >> 4);
-    return (bits * 0x9E3779B1u) >> 26;  // the top 6 bits of a multiplicative hash
-  }
+  static std::size_t slot_of(const void* key) { return address_slot<6>(key); }
   const void* keys_[64] = {};
 };
 
