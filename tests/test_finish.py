@@ -2,9 +2,13 @@
 
 import copy
 import logging
+import sys
 import types
 
 import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+from test_encoding import SLOW, floats, outcome, poisons, texts, values
 
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
 
@@ -43,6 +47,70 @@ def test_failures_escape_and_leave_the_tools_answer(ns, monkeypatch, add_freshne
     with pytest.raises(error):
         ns.finish_answer(answer, "search", action="code")
     assert answer == snapshot
+
+
+# Fields whose text can hold no hint field and cannot fail, as most of an
+# answer is, beside fields of any value; then what host code run after the
+# copy (here the freshness collaborator) may do to them: the answer's size
+# and hints, and its failures, are those of the answer as it is then.
+quiet_values = st.recursive(
+    st.one_of(st.none(), st.booleans(), st.integers(), floats, texts),
+    lambda children: st.one_of(st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple),
+                               st.dictionaries(st.sampled_from(["fqn", "doc", "tags", "line"]), children, max_size=4)),
+    max_leaves=12,
+)
+fields = st.dictionaries(st.sampled_from(["rows", "callers", "stats", "files"]), quiet_values | values, max_size=3)
+CHANGES = ["set", "delete", "append", "replace", "clear", "under a hint", "nothing"]
+changes = st.tuples(st.integers(0, 40), st.sampled_from(CHANGES),
+                    poisons | st.sampled_from(["t" * 400, None, 7]) | st.just({"tip": "t" * 400}))
+
+
+def change(answer, where, how, value):
+    found = []
+
+    def containers(v):
+        if isinstance(v, (dict, list)):
+            found.append(v)
+            for item in v.values() if isinstance(v, dict) else v:
+                containers(item)
+
+    for field in answer.values():
+        containers(field)
+    if not found or how == "nothing":
+        return
+    target = found[where % len(found)]
+    if how == "under a hint":
+        answer["tips"] = target
+    elif how == "clear":
+        target.clear()
+    elif isinstance(target, dict):
+        key = next(iter(target), "tip")
+        target.pop(key, None) if how == "delete" else target.__setitem__(key if how == "replace" else "tip", value)
+    elif how in ("append", "set") or not target:
+        target.append(value)
+    else:
+        target[where % len(target)] = value if how == "replace" else target.pop()
+
+
+@settings(max_examples=400, **SLOW)
+@given(fields, changes)
+def test_changes_after_the_copy_reach_the_budget(ns, fields, how):
+    answer = {"fqn": "a.b", "total_count": 40, **fields}
+    finish = lambda: ns.finish_answer(answer, "symbol", action="callers")  # noqa: E731
+    with pytest.MonkeyPatch.context() as patch:
+        patch.setattr(ns, "add_freshness", lambda copy, block: change(copy, *how))
+        found = outcome(finish)
+        # A rebound copy is host code: every field is then walked anew.
+        own_copy = ns.without_null_fields
+        patch.setattr(ns, "without_null_fields", lambda value: own_copy(value))
+        assert found == outcome(finish)
+
+
+def test_finishing_keeps_no_hold_on_its_answer(ns):
+    answer = {"fqn": "a.b", "rows": [{"doc": "d", "tags": ["t", 1.5]}, ("x",)]}
+    parts = lambda a: [a["rows"], a["rows"][0], a["rows"][0]["tags"], a["rows"][1]]  # noqa: E731
+    finished, plain = ns.finish_answer(answer, "symbol", action="callers"), ns.without_null_fields(answer)
+    assert [sys.getrefcount(p) for p in parts(finished)] == [sys.getrefcount(p) for p in parts(plain)]
 
 
 def sources(monkeypatch, ns, signals, usual):

@@ -11,10 +11,12 @@
 #include <cstring>
 #include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host_binding/copy_survey.hpp"
 #include "host_binding/module_state.hpp"
 #include "host_binding/object.hpp"
 #include "next_steps/functions.hpp"
@@ -86,15 +88,7 @@ class HostModel {
     Object text = int_repr(v);
     out += PyUnicode_AsUTF8(text.get());
   }
-  // Within a double's range an int has at most 309 digits, far below the
-  // least digit limit the host lets be set (640): writing it cannot fail.
-  bool int_is_short(const Object& v) const {
-    auto* small = reinterpret_cast<PyLongObject*>(v.get());
-    if (PyUnstable_Long_IsCompact(small)) return true;
-    if (PyLong_AsDouble(v.get()) != -1.0 || !PyErr_Occurred()) return true;
-    PyErr_Clear();
-    return false;
-  }
+  bool int_is_short(const Object& v) const { return is_short_int(v.get()); }
   [[gnu::always_inline]] StrView str_view(const Object& v) const { return view_of(v.get()); }
   [[gnu::always_inline]] int str_width(const Object& v) const { return static_cast<int>(PyUnicode_KIND(v.get())); }
   Object text_form(const Object& v) const {
@@ -367,12 +361,7 @@ class HostModel {
     return entries;
   }
   // key in HINT_KEYS: only a string can be one, and the hint keys are ASCII.
-  bool is_hint_key(const Object& key) const {
-    PyObject* k = key.get();
-    return PyUnicode_Check(k) && PyUnicode_IS_ASCII(k) &&
-           next_steps::is_hint_key_text({static_cast<const char*>(PyUnicode_DATA(k)),
-                                         static_cast<std::size_t>(PyUnicode_GET_LENGTH(k))});
-  }
+  bool is_hint_key(const Object& key) const { return names_hint(key.get()); }
   // An exact dict, list, tuple or int: walking or comparing it runs no host
   // code, unlike a subclass's items(), iteration or comparison.
   bool is_plain(const Object& v) const {
@@ -537,6 +526,15 @@ class HostModel {
     }
   }
   next_steps::MadeSteps<Object>& made_steps() { return made_steps_; }
+  // The copy that finishing an answer makes, surveyed for the fields that
+  // measuring it may pass over while they stay as copied.
+  Object finishing_copy(const Object& v) {
+    survey_.emplace(state_.watcher);
+    return next_steps::copy_without_nulls(*this, v, *survey_);
+  }
+  std::span<const void* const> quiet_fields(const Object& top) const {
+    return survey_ ? survey_->quiet_fields(top) : std::span<const void* const>{};
+  }
   Object call_step(const Object& tool, const Object& reason, std::initializer_list<std::pair<Name, Object>> args) {
     auto bound = resolve<Fn::step>();
     if (bound.own) {
@@ -632,6 +630,7 @@ class HostModel {
   PyObject* dict_;
   Object failure_;
   next_steps::MadeSteps<Object> made_steps_;
+  std::optional<CopySurvey> survey_;
 };
 
 static_assert(next_steps::ValueModel<HostModel>);

@@ -207,7 +207,7 @@ class Loader {
   // names up at every read.
   void watch_namespace() {
     State& s = *state_slot(module_);
-    const int watcher = PyDict_AddWatcher(&namespace_changed);
+    const int watcher = PyDict_AddWatcher(&watched_dict_changed);
     if (watcher < 0) {
       PyErr_Clear();
       return;
@@ -220,8 +220,8 @@ class Loader {
     s.watcher = watcher;
   }
 
-  static int namespace_changed(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) {
-    ++namespace_changes;
+  static int watched_dict_changed(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) {
+    ++watched_changes;
     return 0;
   }
 
@@ -312,7 +312,7 @@ void stop_watching(PyObject* module, State& s) {
   if (PyDict_ClearWatcher(s.watcher) < 0) PyErr_Clear();
   PyErr_SetRaisedException(raised);
   s.watcher = -1;
-  ++namespace_changes;
+  ++watched_changes;
 }
 
 int clear(PyObject* module) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "host_binding/leaves.hpp"
 #include "host_binding/object.hpp"
 #include "next_steps/address_slot.hpp"
 #include "next_steps/tables.hpp"
@@ -47,12 +48,6 @@ class Literals {
   std::array<Slot, 128> slots_;
 };
 
-// A text's storage as the logic reads it.
-[[gnu::always_inline]] inline next_steps::StrView view_of(PyObject* text) {
-  return {PyUnicode_DATA(text), static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)),
-          static_cast<int>(PyUnicode_KIND(text)), PyUnicode_IS_ASCII(text) != 0};
-}
-
 // The compact token sizes of the module's constant texts (names and
 // literals) by address: steps are measured from their texts, and most of
 // those are constants.  A constant lives as long as the module, so no other
@@ -80,16 +75,18 @@ class ConstantSizes {
   std::array<Slot, 256> slots_;
 };
 
-// Counts the changes of the namespaces whose names are kept (see
-// State::bound_to): the host's watcher callback bumps it on every add,
-// change, removal, clear, clone or deallocation of such a dict, before the
-// change takes effect and under the global lock, so a name kept at the count
-// still read now was read after the last change.  One count for all module
-// objects, as the callback is told the dict and not its module; a namespace
-// changes rarely, and any change just costs a lookup of each name again.
-inline std::uint64_t namespace_changes = 1;
+// Counts the changes of the dicts the module watches: its namespaces, whose
+// names are kept (see State::bound_to), and while an answer is finished the
+// dicts of the copy that its measuring may pass over (copy_survey.hpp).  The
+// host's watcher callback bumps it on every add, change, removal, clear,
+// clone or deallocation of such a dict, before the change takes effect and
+// under the global lock, so what was read at the count still read now was
+// read after the last change.  One count for all module objects and dicts,
+// as the callback is told the dict and not what it is to the module; these
+// dicts change rarely, and any change just costs a lookup of each name again.
+inline std::uint64_t watched_changes = 1;
 
-// An object found under a name, valid while namespace_changes still reads
+// An object found under a name, valid while watched_changes still reads
 // `changes` (0: never read).  Borrowed: the namespace holds it, and can only
 // stop holding it by an event that moves the count.
 struct Binding {
@@ -123,7 +120,7 @@ struct State {
   // at each read, so that it fails at each call as a lookup does.
   PyObject* bound_to(PyObject* dict, std::size_t f) {
     Binding& b = bindings[f];
-    const std::uint64_t now = namespace_changes;
+    const std::uint64_t now = watched_changes;
     if (b.changes == now) return b.found;
     PyObject* found = PyDict_GetItemWithError(dict, function_names[f].get());
     if (found && watcher >= 0) b = {found, now};

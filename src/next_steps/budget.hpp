@@ -180,6 +180,7 @@ class AnswerSizes {
  private:
   bool checked() {
     HintCheckSink sink;
+    sink.quiet = m_.quiet_fields(response_);
     try {
       count_compact(m_, response_, sink);
     } catch (const WouldRunHostCode&) {

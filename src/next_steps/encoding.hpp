@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -68,9 +69,13 @@ struct HintSizeSink : WatchedSizeSink {
 
 // Counts the hint bytes as HintSizeSink does, but not the rest of the text:
 // outside hint fields the walk only looks for what fails to encode.  A
-// one-byte string and a float always encode, so they are not looked at.
-// The walk runs no host code: where it would, it stops (WouldRunHostCode).
-struct HintCheckSink : HintSizeSink {};
+// one-byte string and a float always encode, so they are not looked at,
+// nor are the fields of the top dict known to hold neither a hint field nor
+// anything that fails (by identity; see HostModel::quiet_fields).  The walk
+// runs no host code: where it would, it stops (WouldRunHostCode).
+struct HintCheckSink : HintSizeSink {
+  std::span<const void* const> quiet;
+};
 
 // Thrown by a walk that must not run host code where it would have to.
 struct WouldRunHostCode {};
@@ -383,7 +388,15 @@ class Writer {
       // A hint field's value counts whole, once: hint fields inside it do not.
       if (hint && sink_.hidden == 0) return hint_field(item);
     }
+    if constexpr (ChecksOutsideHints<Sink>) {
+      if (open_.size() == 1 && quiet_field(item)) return;
+    }
     value(item);
+  }
+
+  bool quiet_field(const Value& item) const {
+    const void* id = m_.identity(item);
+    return std::find(sink_.quiet.begin(), sink_.quiet.end(), id) != sink_.quiet.end();
   }
 
   void hint_field(const Value& item) {

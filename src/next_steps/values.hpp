@@ -9,44 +9,70 @@
 
 namespace next_steps {
 
+// What a copy tells its watch (see host_binding/copy_survey.hpp): each
+// container as it opens and, with its copy, as it closes; each entry, null
+// or not, and each item; and any host code it runs.  The plain copy tells no
+// one.
+struct NoCopyWatch {
+  template <class V>
+  void open(const V&) {}
+  template <class V>
+  void entry(const V&, const V&) {}
+  template <class V>
+  void item(const V&) {}
+  template <class V>
+  void close(const V&, Kind) {}
+  void host_code() {}
+};
+
 // A copy without the dict fields that are null, at any depth; tuples become
 // lists, every other value is shared.  The recursion goes through the
 // namespace (resolved once per container), so a rebound name is honoured.
-template <class M>
-typename M::Value without_null_fields(M& m, const typename M::Value& v) {
+template <class M, class Watch>
+typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& watch) {
   using V = typename M::Value;
   const Kind kind = m.kind(v);
   if (kind != Kind::dict && kind != Kind::list && kind != Kind::tuple) return v;
   auto guard = m.recursion_guard("");
   auto inner = m.template resolve<Fn::without_null_fields>();
-  auto is_container = [&](const V& item) {
+  auto is_container = [&](const V& item) __attribute__((always_inline)) {
     const Kind k = m.kind(item);
     return k == Kind::dict || k == Kind::list || k == Kind::tuple;
   };
   // Leaves are shared: the own function would hand them back unchanged.
-  auto needs_call = [&](const V& item) { return !inner.own || is_container(item); };
+  auto needs_call = [&](const V& item) __attribute__((always_inline)) { return !inner.own || is_container(item); };
+  auto copied = [&](const V& item) __attribute__((always_inline)) {
+    if (inner.own) return copy_without_nulls(m, item, watch);
+    watch.host_code();
+    return m.invoke(inner, item);
+  };
+  watch.open(v);
   if (auto copy = m.plain_copy(v)) {
     // The container copied whole by the model; only null fields and inner
     // containers need work.
     if (kind == Kind::dict) {
-      m.for_each_entry(v, [&](const V& key, const V& item) {
+      m.for_each_entry(v, [&](const V& key, const V& item) __attribute__((always_inline)) {
+        watch.entry(key, item);
         if (m.is_null(item))
           m.del_item(*copy, key);
         else if (needs_call(item))
-          m.set_item(*copy, key, m.invoke(inner, item));
+          m.set_item(*copy, key, copied(item));
         return true;
       });
     } else {
       std::size_t index = 0;
-      m.for_each_item(v, [&](const V& item) {
-        if (needs_call(item)) m.set_index(*copy, index, m.invoke(inner, item));
+      m.for_each_item(v, [&](const V& item) __attribute__((always_inline)) {
+        watch.item(item);
+        if (needs_call(item)) m.set_index(*copy, index, copied(item));
         ++index;
         return true;
       });
     }
+    watch.close(*copy, kind);
     return *copy;
   }
-  auto copy_of = [&](const V& item) { return needs_call(item) ? m.invoke(inner, item) : item; };
+  watch.host_code();  // a subclass's items() or iteration
+  auto copy_of = [&](const V& item) { return needs_call(item) ? copied(item) : item; };
   V copy = kind == Kind::dict ? m.new_dict() : m.new_list();
   if (kind == Kind::dict) {
     m.for_each_entry(v, [&](const V& key, const V& item) {
@@ -59,7 +85,14 @@ typename M::Value without_null_fields(M& m, const typename M::Value& v) {
       return true;
     });
   }
+  watch.close(copy, kind);
   return copy;
+}
+
+template <class M>
+typename M::Value without_null_fields(M& m, const typename M::Value& v) {
+  NoCopyWatch none;
+  return copy_without_nulls(m, v, none);
 }
 
 // One next step: {"tool", "args", "reason"}, the arguments in the order given.

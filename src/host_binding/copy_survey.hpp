@@ -1,0 +1,192 @@
+// What finishing an answer learns while it copies it, so that measuring the
+// copy later may pass over most of it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+
+#include "host_binding/leaves.hpp"
+#include "host_binding/module_state.hpp"
+#include "host_binding/object.hpp"
+#include "next_steps/encoding.hpp"
+
+namespace host {
+
+// The fields of the copy (the values of its top dict that are containers)
+// whose text holds no hint field and cannot fail to encode: exact dicts,
+// lists and tuples of exact texts without a lone surrogate, ints short
+// enough to write, floats, bools and nulls, keyed by texts that name no
+// hint field.  The hint walk would count nothing in such a field and find
+// nothing wrong, so it passes over it while the field is as it was copied.
+//
+// Host code runs between the copy and that walk (add_freshness and the
+// step sources' collaborators), and may change anything it can reach.  So
+// every dict of a quiet field is watched, and every list is kept with its
+// items: the fields are passed over only while no watched dict changed and
+// every list still holds the same items.  Those dicts, lists and items are
+// held until the finishing ends, so that none can be freed and its address
+// taken by another object meanwhile.  A copy that ran host code itself
+// (a subclass's iteration, a rebound copy, a key that hashes by its own
+// method) leaves no quiet field at all.
+class CopySurvey {
+  // Room for the containers of an 8 KB answer or so, kept in place: a field
+  // with more is not passed over, and the walk that then goes through it
+  // costs little beside the rest of so large an answer.
+  template <class T, std::size_t N>
+  class Bounded {
+   public:
+    bool push(const T& t) {
+      if (size_ == N) return false;
+      items_[size_++] = t;
+      return true;
+    }
+    void resize(std::size_t n) { size_ = n; }
+    std::size_t size() const { return size_; }
+    const T& operator[](std::size_t i) const { return items_[i]; }
+    const T* begin() const { return items_.data(); }
+    const T* end() const { return items_.data() + size_; }
+
+   private:
+    std::array<T, N> items_;  // only the first size_ are set
+    std::size_t size_ = 0;
+  };
+
+ public:
+  explicit CopySurvey(int watcher) : watcher_(watcher), spoiled_(watcher < 0) {}
+  CopySurvey(const CopySurvey&) = delete;
+  CopySurvey& operator=(const CopySurvey&) = delete;
+  ~CopySurvey() { release(); }
+
+  // --- told by the copy (copy_without_nulls)
+  void open(const Object& source) {
+    if (++depth_ == 1) top_is_dict_ = PyDict_CheckExact(source.get());
+    if (depth_ == 2) {
+      quiet_ = top_is_dict_;
+      marks_ = {dicts_.size(), lists_.size(), items_.size()};
+    }
+  }
+  [[gnu::always_inline]] void entry(const Object& key, const Object& value) {
+    PyObject* k = key.get();
+    if (!PyUnicode_CheckExact(k)) return host_code();  // its hash and == may be its own
+    if (depth_ < 2 || !quiet_ || value.get() == Py_None) return;
+    if (!plain_keys_.holds(k)) {
+      if (!quiet_text(k) || names_hint(k)) {
+        quiet_ = false;
+        return;
+      }
+      plain_keys_.add(k);
+    }
+    item(value);
+  }
+  [[gnu::always_inline]] void item(const Object& value) {
+    if (depth_ >= 2 && quiet_ && !quiet_leaf(value.get())) quiet_ = false;
+  }
+  void close(const Object& copy, next_steps::Kind) {
+    if (depth_ >= 2 && quiet_) note(copy.get());
+    if (--depth_ == 1) quiet_ && !spoiled_ ? keep_field(copy.get()) : drop_field();
+    if (depth_ == 0) top_ = copy.get();
+  }
+  void host_code() { spoiled_ = true; }
+
+  // The quiet fields of `top`, the copy, while they are as they were copied;
+  // none if the copy was another or anything changed.
+  std::span<const void* const> quiet_fields(const Object& top) const {
+    if (spoiled_ || fields_.size() == 0 || top.get() != top_ || watched_changes != changes_ || !lists_unchanged()) return {};
+    return {fields_.begin(), fields_.end()};
+  }
+
+ private:
+  struct ListItems {
+    PyObject* list;
+    std::size_t first, size;
+  };
+  struct Marks {
+    std::size_t dicts, lists, items;
+  };
+
+  static bool quiet_text(PyObject* text) {
+    if (PyUnicode_KIND(text) == PyUnicode_1BYTE_KIND) return true;
+    bool surrogate = false;
+    next_steps::compact_token_bytes(view_of(text), surrogate);
+    return !surrogate;
+  }
+  // Containers are looked at when the copy opens them.
+  static bool quiet_leaf(PyObject* v) {
+    PyTypeObject* type = Py_TYPE(v);
+    if (type == &PyUnicode_Type) return quiet_text(v);
+    if (type == &PyLong_Type) return is_short_int(v);
+    return type == &PyDict_Type || type == &PyList_Type || type == &PyTuple_Type || type == &PyFloat_Type ||
+           type == &PyBool_Type || v == Py_None;
+  }
+
+  // A container of a field that is quiet so far, with its copy complete.
+  void note(PyObject* copy) {
+    if (PyDict_CheckExact(copy)) {
+      quiet_ = dicts_.push(copy);
+      return;
+    }
+    const auto size = static_cast<std::size_t>(PyList_GET_SIZE(copy));
+    quiet_ = lists_.push({copy, items_.size(), size});
+    for (std::size_t i = 0; quiet_ && i < size; ++i)
+      quiet_ = items_.push(PyList_GET_ITEM(copy, static_cast<Py_ssize_t>(i)));
+  }
+
+  void keep_field(PyObject* field) {
+    for (std::size_t i = marks_.dicts; i < dicts_.size(); ++i) {
+      Py_INCREF(dicts_[i]);
+      held_.dicts = i + 1;
+      if (PyDict_Watch(watcher_, dicts_[i]) < 0) {
+        PyErr_Clear();
+        spoiled_ = true;
+      }
+    }
+    for (std::size_t i = marks_.lists; i < lists_.size(); ++i) Py_INCREF(lists_[i].list);
+    for (std::size_t i = marks_.items; i < items_.size(); ++i) Py_INCREF(items_[i]);
+    held_.lists = lists_.size();
+    held_.items = items_.size();
+    if (!fields_.push(field)) spoiled_ = true;  // a top dict of more fields than any answer has
+    changes_ = watched_changes;
+  }
+  void drop_field() {
+    dicts_.resize(marks_.dicts);
+    lists_.resize(marks_.lists);
+    items_.resize(marks_.items);
+  }
+
+  bool lists_unchanged() const {
+    for (const ListItems& l : lists_) {
+      if (static_cast<std::size_t>(PyList_GET_SIZE(l.list)) != l.size) return false;
+      for (std::size_t i = 0; i < l.size; ++i)
+        if (PyList_GET_ITEM(l.list, static_cast<Py_ssize_t>(i)) != items_[l.first + i]) return false;
+    }
+    return true;
+  }
+
+  // A dealloc may run in an unwind: the error being raised stays.
+  void release() {
+    if (!held_.dicts && !held_.lists && !held_.items) return;
+    PyObject* raised = PyErr_GetRaisedException();
+    for (std::size_t i = 0; i < held_.dicts; ++i) {
+      if (PyDict_Unwatch(watcher_, dicts_[i]) < 0) PyErr_Clear();
+      Py_DECREF(dicts_[i]);
+    }
+    for (std::size_t i = 0; i < held_.lists; ++i) Py_DECREF(lists_[i].list);
+    for (std::size_t i = 0; i < held_.items; ++i) Py_DECREF(items_[i]);
+    PyErr_SetRaisedException(raised);
+  }
+
+  int watcher_;
+  bool spoiled_, top_is_dict_ = false, quiet_ = false;
+  std::size_t depth_ = 0;
+  Marks marks_{}, held_{};
+  Bounded<PyObject*, 128> dicts_;
+  Bounded<ListItems, 128> lists_;
+  Bounded<PyObject*, 256> items_;
+  Bounded<const void*, 32> fields_;
+  const void* top_ = nullptr;
+  std::uint64_t changes_ = 0;
+  next_steps::PlainKeys plain_keys_;
+};
+
+}  // namespace host
