@@ -82,7 +82,7 @@ class CopySurvey {
   [[gnu::always_inline]] void item(const Object& value) {
     if (depth_ >= 2 && quiet_ && !quiet_leaf(value.get())) quiet_ = false;
   }
-  void close(const Object& copy, next_steps::Kind) {
+  void close(const Object& copy) {
     if (depth_ >= 2 && quiet_) note(copy.get());
     if (--depth_ == 1) quiet_ && !spoiled_ ? keep_field(copy.get()) : drop_field();
     if (depth_ == 0) top_ = copy.get();
@@ -92,7 +92,8 @@ class CopySurvey {
   // The quiet fields of `top`, the copy, while they are as they were copied;
   // none if the copy was another or anything changed.
   std::span<const void* const> quiet_fields(const Object& top) const {
-    if (spoiled_ || fields_.size() == 0 || top.get() != top_ || watched_changes != changes_ || !lists_unchanged()) return {};
+    if (spoiled_ || fields_.size() == 0 || top.get() != top_) return {};
+    if (watched_changes != changes_ || !lists_unchanged()) return {};
     return {fields_.begin(), fields_.end()};
   }
 

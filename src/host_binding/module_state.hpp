@@ -83,7 +83,8 @@ class ConstantSizes {
 // under the global lock, so what was read at the count still read now was
 // read after the last change.  One count for all module objects and dicts,
 // as the callback is told the dict and not what it is to the module; these
-// dicts change rarely, and any change just costs a lookup of each name again.
+// dicts change rarely, and a change just costs a lookup of each name again
+// and a walk of the copy's fields.
 inline std::uint64_t watched_changes = 1;
 
 // An object found under a name, valid while watched_changes still reads

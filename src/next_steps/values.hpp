@@ -9,10 +9,10 @@
 
 namespace next_steps {
 
-// What a copy tells its watch (see host_binding/copy_survey.hpp): each
-// container as it opens and, with its copy, as it closes; each entry, null
-// or not, and each item; and any host code it runs.  The plain copy tells no
-// one.
+// What a copy tells whoever watches it (finishing does, to learn which
+// fields it may later pass over): each container as it opens and, with its
+// copy, as it closes; each entry, null or not, and each item; and any host
+// code it runs.  The plain copy tells no one.
 struct NoCopyWatch {
   template <class V>
   void open(const V&) {}
@@ -21,7 +21,7 @@ struct NoCopyWatch {
   template <class V>
   void item(const V&) {}
   template <class V>
-  void close(const V&, Kind) {}
+  void close(const V&) {}
   void host_code() {}
 };
 
@@ -68,7 +68,7 @@ typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& wa
         return true;
       });
     }
-    watch.close(*copy, kind);
+    watch.close(*copy);
     return *copy;
   }
   watch.host_code();  // a subclass's items() or iteration
@@ -85,7 +85,7 @@ typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& wa
       return true;
     });
   }
-  watch.close(copy, kind);
+  watch.close(copy);
   return copy;
 }
 
