@@ -84,8 +84,14 @@ class CopySurvey {
   }
   void close(const Object& copy) {
     if (depth_ >= 2 && quiet_) note(copy.get());
-    if (--depth_ == 1) quiet_ && !spoiled_ ? keep_field(copy.get()) : drop_field();
-    if (depth_ == 0) top_ = copy.get();
+    if (--depth_ == 0) {
+      top_ = copy.get();
+    } else if (depth_ == 1) {
+      if (quiet_ && !spoiled_)
+        keep_field(copy.get());
+      else
+        drop_field();
+    }
   }
   void host_code() { spoiled_ = true; }
 
@@ -136,7 +142,6 @@ class CopySurvey {
   void keep_field(PyObject* field) {
     for (std::size_t i = marks_.dicts; i < dicts_.size(); ++i) {
       Py_INCREF(dicts_[i]);
-      held_.dicts = i + 1;
       if (PyDict_Watch(watcher_, dicts_[i]) < 0) {
         PyErr_Clear();
         spoiled_ = true;
@@ -144,8 +149,6 @@ class CopySurvey {
     }
     for (std::size_t i = marks_.lists; i < lists_.size(); ++i) Py_INCREF(lists_[i].list);
     for (std::size_t i = marks_.items; i < items_.size(); ++i) Py_INCREF(items_[i]);
-    held_.lists = lists_.size();
-    held_.items = items_.size();
     if (!fields_.push(field)) spoiled_ = true;  // a top dict of more fields than any answer has
     changes_ = watched_changes;
   }
@@ -164,23 +167,26 @@ class CopySurvey {
     return true;
   }
 
-  // A dealloc may run in an unwind: the error being raised stays.
+  // Everything noted is held but a field still being copied (the copy
+  // failed inside it).  A dealloc may run in an unwind: the error being
+  // raised stays.
   void release() {
-    if (!held_.dicts && !held_.lists && !held_.items) return;
+    if (depth_ >= 2) drop_field();
+    if (dicts_.size() == 0 && lists_.size() == 0) return;
     PyObject* raised = PyErr_GetRaisedException();
-    for (std::size_t i = 0; i < held_.dicts; ++i) {
-      if (PyDict_Unwatch(watcher_, dicts_[i]) < 0) PyErr_Clear();
-      Py_DECREF(dicts_[i]);
+    for (PyObject* dict : dicts_) {
+      if (PyDict_Unwatch(watcher_, dict) < 0) PyErr_Clear();
+      Py_DECREF(dict);
     }
-    for (std::size_t i = 0; i < held_.lists; ++i) Py_DECREF(lists_[i].list);
-    for (std::size_t i = 0; i < held_.items; ++i) Py_DECREF(items_[i]);
+    for (const ListItems& l : lists_) Py_DECREF(l.list);
+    for (PyObject* item : items_) Py_DECREF(item);
     PyErr_SetRaisedException(raised);
   }
 
   int watcher_;
   bool spoiled_, top_is_dict_ = false, quiet_ = false;
   std::size_t depth_ = 0;
-  Marks marks_{}, held_{};
+  Marks marks_{};
   Bounded<PyObject*, 128> dicts_;
   Bounded<ListItems, 128> lists_;
   Bounded<PyObject*, 256> items_;
