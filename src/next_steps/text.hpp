@@ -39,13 +39,35 @@ inline constexpr bool is_surrogate(std::uint32_t c) { return c >= 0xD800 && c <=
 
 namespace detail {
 
+// The escape rule of the host's JSON writer, the one place it is written:
+// `"`, `\` and the code points below U+0020 are escaped, these seven with
+// a backslash and a letter (or themselves), every other one as \u00XX.  The
+// byte table and the writers below are made from it; the vector lane tests
+// restate it for a whole vector at once, and the native suite checks them
+// against it for every code unit.
+constexpr char short_escape(std::uint32_t c) {
+  switch (c) {
+    case '"': return '"';
+    case '\\': return '\\';
+    case '\b': return 'b';
+    case '\f': return 'f';
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case '\t': return 't';
+    default: return 0;
+  }
+}
+constexpr bool is_escaped(std::uint32_t c) { return c < 0x20 || short_escape(c); }
+// The bytes an escape adds to the one byte of its code point.
+constexpr std::uint8_t escape_extra_of(std::uint32_t c) {
+  return short_escape(c) ? 1 : c < 0x20 ? 5 : 0;
+}
+
 // Bytes beyond one that a code point below U+0100 takes: what its escape
 // adds below U+0080, the second UTF-8 byte from there.
 constexpr std::array<std::uint8_t, 256> make_escape_extra() {
   std::array<std::uint8_t, 256> extra{};
-  for (int c = 0; c < 0x20; ++c) extra[c] = 5;  // \u00XX
-  for (int c : {'\b', '\f', '\n', '\r', '\t', '"', '\\'}) extra[c] = 1;
-  for (int c = 0x80; c < 0x100; ++c) extra[c] = 1;
+  for (std::uint32_t c = 0; c < 0x100; ++c) extra[c] = c < 0x80 ? escape_extra_of(c) : 1;
   return extra;
 }
 inline constexpr auto escape_extra = make_escape_extra();
@@ -363,20 +385,6 @@ std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
 
-// The short escape of a code point below U+0020 or of `"` and `\`, or 0.
-constexpr char short_escape(std::uint32_t c) {
-  switch (c) {
-    case '"': return '"';
-    case '\\': return '\\';
-    case '\b': return 'b';
-    case '\f': return 'f';
-    case '\n': return 'n';
-    case '\r': return 'r';
-    case '\t': return 't';
-    default: return 0;
-  }
-}
-
 template <class Out>
 void put_u_escape(Out& out, std::uint32_t unit) {
   const char text[6] = {'\\', 'u', hex_digits[(unit >> 12) & 0xF], hex_digits[(unit >> 8) & 0xF],
@@ -405,7 +413,7 @@ inline void append_ascii_token(std::string& out, const StrView& s) {
   out.push_back('"');
   for (std::size_t i = 0; i < s.length; ++i) {
     const std::uint32_t c = s[i];
-    if (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') {
+    if (c < 0x7F && !detail::is_escaped(c)) {
       out.push_back(static_cast<char>(c));
     } else if (char e = detail::short_escape(c)) {
       out.push_back('\\');

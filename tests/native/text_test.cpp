@@ -4,6 +4,8 @@
 // every answer's size.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -67,6 +69,32 @@ void expect_agreement(const std::vector<std::uint32_t>& plain_points, Path path)
       }
     }
   }
+}
+
+// The lane tests restate the escape rule (is_escaped, escape_extra_of) and
+// the UTF-8 bounds for a whole vector at once: every code unit of the width,
+// in every lane, counts as the plain walk counts it.
+template <class Char, bool Ascii>
+void expect_every_code_unit(Path path) {
+  if (path == Path::avx2 && !cpu_has_avx2) GTEST_SKIP() << "this CPU has no AVX2";
+  const std::size_t lanes = path == Path::avx2 ? WideLanes<Char>::count : Lanes<Char>::count;
+  const std::uint32_t last = Ascii ? 0x7F : std::min<std::uint32_t>(std::numeric_limits<Char>::max(), 0x10FFFF);
+  std::vector<Char> s(lanes);
+  for (std::uint32_t c = 0; c <= last; ++c) {
+    std::fill(s.begin(), s.end(), static_cast<Char>(c));
+    bool fast_lone = false, plain_lone = false;
+    const std::size_t fast = path == Path::avx2 ? extra_bytes_avx2<Char, Ascii>(s.data(), lanes, fast_lone)
+                                                : extra_bytes_sse2<Char, Ascii>(s.data(), lanes, fast_lone);
+    ASSERT_EQ(fast, extra_bytes(s.data(), lanes, plain_lone)) << "code unit " << c;
+    ASSERT_EQ(fast_lone, plain_lone) << "code unit " << c;
+  }
+}
+
+TYPED_TEST(WordCount, Sse2CountsEveryCodeUnitAsTheRuleSays) { expect_every_code_unit<TypeParam, false>(Path::sse2); }
+TYPED_TEST(WordCount, Avx2CountsEveryCodeUnitAsTheRuleSays) { expect_every_code_unit<TypeParam, false>(Path::avx2); }
+TEST(AsciiWordCount, CountsEveryCodeUnitAsTheRuleSays) {
+  expect_every_code_unit<std::uint8_t, true>(Path::sse2);
+  expect_every_code_unit<std::uint8_t, true>(Path::avx2);
 }
 
 TYPED_TEST(WordCount, Sse2AgreesWithThePlainWalk) { expect_agreement<TypeParam, false>(plain, Path::sse2); }
