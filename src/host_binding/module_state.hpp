@@ -44,8 +44,9 @@ class Literals {
   }
 
  private:
-  static std::size_t slot_of(std::string_view s) { return next_steps::address_slot<7>(s.data()); }
-  std::array<Slot, 128> slots_;
+  static constexpr std::size_t slots = 128;
+  static std::size_t slot_of(std::string_view s) { return next_steps::address_slot<slots>(s.data()); }
+  std::array<Slot, slots> slots_;
 };
 
 // The compact token sizes of the module's constant texts (names and
@@ -71,8 +72,9 @@ class ConstantSizes {
     const PyObject* text = nullptr;
     std::size_t bytes = 0;
   };
-  static std::size_t slot_of(const PyObject* text) { return next_steps::address_slot<8>(text); }
-  std::array<Slot, 256> slots_;
+  static constexpr std::size_t slots = 256;
+  static std::size_t slot_of(const PyObject* text) { return next_steps::address_slot<slots>(text); }
+  std::array<Slot, slots> slots_;
 };
 
 // Counts the changes of the dicts the module watches: its namespaces, whose

@@ -126,11 +126,12 @@ class KeySizes {
   }
 
  private:
-  static std::size_t set_of(const void* key) { return address_slot<5>(key); }
+  static constexpr std::size_t sets = 32;
+  static std::size_t set_of(const void* key) { return address_slot<sets>(key); }
   // A way is empty while its key is null (no key lies there); only the keys
   // are cleared up front, a way's size is only read once its key is set.
-  const void* keys_[32][2] = {};
-  Known known_[32][2];
+  const void* keys_[sets][2] = {};
+  Known known_[sets][2];
 };
 
 // The one-byte keys met so far that name no hint field, by identity, for a
@@ -142,8 +143,9 @@ class PlainKeys {
   void add(const void* key) { keys_[slot_of(key)] = key; }
 
  private:
-  static std::size_t slot_of(const void* key) { return address_slot<6>(key); }
-  const void* keys_[64] = {};
+  static constexpr std::size_t slots = 64;
+  static std::size_t slot_of(const void* key) { return address_slot<slots>(key); }
+  const void* keys_[slots] = {};
 };
 
 // The host's count of nested calls as a walk keeps it: raised a level only

@@ -119,7 +119,7 @@ class NativeModel {
 
   std::size_t max_depth = 500;
   std::vector<std::string> warnings;
-  std::array<Function, 20> bound{};  // by Fn; empty: the own function
+  std::array<Function, function_names.size()> bound{};  // by Fn; empty: the own function
 
   // The stand-in collaborators: the freshness block stored under one field,
   // every hit a code symbol, nothing near, no guessed name.

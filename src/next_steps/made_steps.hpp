@@ -60,8 +60,8 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
     return std::nullopt;
   bool surrogate = false;
   auto text = [&](const V& v) { return m.token_bytes(v, surrogate); };
-  auto key = [](Name name) { return text_of(name).size() + 4; };  // quoted, after '{' or ',', before ':'
-  std::size_t bytes = key(Name::tool) + text(tool) + key(Name::args) + key(Name::reason) + text(reason) + 1;
+  std::size_t bytes =
+      key_bytes(Name::tool) + text(tool) + key_bytes(Name::args) + key_bytes(Name::reason) + text(reason) + 1;
   std::size_t entries = 0;
   bool texts = true;
   m.lend_entries(args, [&](const V& k, const V& v) {

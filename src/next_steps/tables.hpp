@@ -3,8 +3,10 @@
 // limits.  The host binding publishes the same data as host objects.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -15,7 +17,7 @@ namespace next_steps {
 
 inline constexpr double hint_share = 0.15;
 inline constexpr std::int64_t hint_floor_bytes = 320;
-inline constexpr std::int64_t steps_key_bytes = 14;  // ,"next_steps":
+inline constexpr auto steps_key_bytes = static_cast<std::int64_t>(key_bytes(Name::next_steps));  // ,"next_steps":
 inline constexpr std::int64_t max_steps = 3;
 inline constexpr std::int64_t fan_in_for_impact = 8;
 inline constexpr std::int64_t max_step_files = 10;
@@ -23,8 +25,9 @@ inline constexpr std::int64_t max_step_files = 10;
 // The argument a usual follow-up takes from the answer, in the order of the
 // host's literal type.
 enum class Takes : unsigned char { fqn, path, query, component, changed_files, none };
-inline constexpr std::array<std::string_view, 5> takes_texts = {"fqn", "path", "query", "component",
-                                                                "changed_files"};
+inline constexpr auto takes_texts =
+    std::to_array<std::string_view>({"fqn", "path", "query", "component", "changed_files"});
+static_assert(takes_texts.size() == static_cast<std::size_t>(Takes::none), "a text for each Takes but none");
 constexpr std::string_view text_of(Takes t) { return takes_texts[static_cast<std::size_t>(t)]; }
 
 struct HintRecord {
@@ -37,7 +40,7 @@ struct HintRecord {
 
 // Every distinct record; rows refer to them by index, so a shared record is
 // the same object wherever it stands.
-inline constexpr std::array<HintRecord, 11> hint_records = {{
+inline constexpr auto hint_records = std::to_array<HintRecord>({
     {"symbol", "Details of the best hit", "detail", Takes::fqn, "_DETAIL"},
     {"symbol", "Who calls the best hit", "callers", Takes::fqn, "_CALLERS"},
     {"symbol", "Every use of it", "references", Takes::fqn, "_REFERENCES"},
@@ -49,15 +52,28 @@ inline constexpr std::array<HintRecord, 11> hint_records = {{
     {"architecture", "What it depends on", "dependencies", Takes::component, ""},
     {"context", "Context for reviewing the changes", "delta", Takes::none, ""},
     {"symbol", "Check it has no references", "references", Takes::fqn, ""},
-}};
-inline constexpr std::size_t shared_hint_count = 5;
+});
+
+// The records held by module constants, which come first.
+constexpr bool is_shared(const HintRecord& r) { return !r.shared_name.empty(); }
+inline constexpr auto shared_hint_count =
+    static_cast<std::size_t>(std::ranges::find_if_not(hint_records, is_shared) - hint_records.begin());
+static_assert(std::ranges::none_of(hint_records.begin() + shared_hint_count, hint_records.end(), is_shared),
+              "the shared records come first");
 
 namespace hint_index {
 enum : unsigned char { detail, callers, references, file_symbols, changed_tests, components, file_tests,
-                       imports, dependencies, delta, no_references };
+                       imports, dependencies, delta, no_references, count };
 }
+static_assert(hint_index::count == hint_records.size(), "an index for each record");
 
 struct Row {
+  // The size is the count of the hints given.
+  constexpr Row(std::string_view row_key, std::initializer_list<unsigned char> row_hints)
+      : key(row_key), hints{}, size(row_hints.size()) {
+    if (size > hints.size()) throw "more hints than a row holds";
+    std::copy(row_hints.begin(), row_hints.end(), hints.begin());
+  }
   std::string_view key;
   std::array<unsigned char, 3> hints;
   std::size_t size;
@@ -71,28 +87,28 @@ struct Row {
   }
 };
 
-inline constexpr std::array<Row, 20> next_steps_rows = {{
-    {"status", {hint_index::components}, 1},
-    {"search", {hint_index::detail, hint_index::callers}, 2},
-    {"search:code", {hint_index::file_symbols}, 1},
-    {"symbol", {hint_index::references, hint_index::callers}, 2},
-    {"symbol:detail", {hint_index::callers, hint_index::references, hint_index::file_tests}, 3},
-    {"symbol:callers", {hint_index::references}, 1},
-    {"symbol:references", {hint_index::callers}, 1},
-    {"file", {hint_index::detail, hint_index::imports}, 2},
-    {"file:imports", {hint_index::file_symbols}, 1},
-    {"file:related", {hint_index::file_symbols}, 1},
-    {"files", {hint_index::file_symbols}, 1},
-    {"architecture", {hint_index::dependencies}, 1},
-    {"git", {hint_index::changed_tests, hint_index::delta}, 2},
-    {"git:hotspots", {hint_index::file_symbols}, 1},
-    {"quality", {hint_index::no_references}, 1},
-    {"quality:impact", {hint_index::changed_tests}, 1},
-    {"quality:circular_deps", {}, 0},
-    {"quality:duplicates", {hint_index::detail}, 1},
-    {"context", {hint_index::changed_tests}, 1},
-    {"tests", {hint_index::file_symbols}, 1},
-}};
+inline constexpr auto next_steps_rows = std::to_array<Row>({
+    {"status", {hint_index::components}},
+    {"search", {hint_index::detail, hint_index::callers}},
+    {"search:code", {hint_index::file_symbols}},
+    {"symbol", {hint_index::references, hint_index::callers}},
+    {"symbol:detail", {hint_index::callers, hint_index::references, hint_index::file_tests}},
+    {"symbol:callers", {hint_index::references}},
+    {"symbol:references", {hint_index::callers}},
+    {"file", {hint_index::detail, hint_index::imports}},
+    {"file:imports", {hint_index::file_symbols}},
+    {"file:related", {hint_index::file_symbols}},
+    {"files", {hint_index::file_symbols}},
+    {"architecture", {hint_index::dependencies}},
+    {"git", {hint_index::changed_tests, hint_index::delta}},
+    {"git:hotspots", {hint_index::file_symbols}},
+    {"quality", {hint_index::no_references}},
+    {"quality:impact", {hint_index::changed_tests}},
+    {"quality:circular_deps", {}},
+    {"quality:duplicates", {hint_index::detail}},
+    {"context", {hint_index::changed_tests}},
+    {"tests", {hint_index::file_symbols}},
+});
 
 inline const Row* find_row(std::string_view key) {
   for (const Row& row : next_steps_rows)
@@ -107,7 +123,7 @@ struct SignalRow {
   Signal signal;
 };
 
-inline constexpr std::array<SignalRow, 7> signal_rows = {{
+inline constexpr auto signal_rows = std::to_array<SignalRow>({
     {"search:symbols", Signal::search_by_meaning},
     {"search:code", Signal::search_by_meaning},
     {"search:definition", Signal::search_by_meaning},
@@ -115,7 +131,7 @@ inline constexpr std::array<SignalRow, 7> signal_rows = {{
     {"symbol:callers", Signal::blast_radius},
     {"symbol:references", Signal::blast_radius},
     {"tests:for_file", Signal::untested},
-}};
+});
 
 inline std::optional<Signal> find_signal(std::string_view key) {
   for (const SignalRow& row : signal_rows)
@@ -123,13 +139,12 @@ inline std::optional<Signal> find_signal(std::string_view key) {
   return std::nullopt;
 }
 
-inline constexpr std::array<Name, 10> hit_lists = {Name::symbols,      Name::results, Name::matches,
-                                                   Name::definitions,  Name::callers, Name::references,
-                                                   Name::dead_symbols, Name::files,   Name::tests,
-                                                   Name::components};
+inline constexpr std::array hit_lists = {Name::symbols, Name::results,      Name::matches, Name::definitions,
+                                         Name::callers, Name::references,   Name::dead_symbols, Name::files,
+                                         Name::tests,   Name::components};
 
-inline constexpr std::array<std::string_view, 7> hint_keys = {"tip",   "next_steps", "note", "notes",
-                                                              "tips",  "hints",      "hint"};
+inline constexpr auto hint_keys =
+    std::to_array<std::string_view>({"tip", "next_steps", "note", "notes", "tips", "hints", "hint"});
 
 // Whether a key's text is a hint field's; most keys differ in length alone.
 constexpr bool is_hint_key_text(std::string_view text) {

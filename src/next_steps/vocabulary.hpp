@@ -31,13 +31,17 @@ enum class Name : unsigned char {
 #undef NEXT_STEPS_ENUM
 };
 
-inline constexpr std::array<std::string_view, 42> name_texts = {
+inline constexpr std::array name_texts = {
 #define NEXT_STEPS_TEXT(n) std::string_view(#n),
     NEXT_STEPS_NAMES(NEXT_STEPS_TEXT)
 #undef NEXT_STEPS_TEXT
 };
 
 constexpr std::string_view text_of(Name n) { return name_texts[static_cast<std::size_t>(n)]; }
+
+// The compact bytes of a dict key named n with what stands around it: the
+// quotes, the '{' or ',' before it and the ':' after it.
+constexpr std::size_t key_bytes(Name n) { return text_of(n).size() + 4; }
 
 // The names the logic reads from the module's namespace at each call, so
 // that a name rebound by the host (a test double, a patched collaborator) is
@@ -61,7 +65,7 @@ enum class Fn : unsigned char {
 #undef NEXT_STEPS_FN_ENUM
 };
 
-inline constexpr std::array<std::string_view, 20> function_names = {
+inline constexpr std::array function_names = {
 #define NEXT_STEPS_FN_TEXT(id, text) std::string_view(text),
     NEXT_STEPS_FUNCTIONS(NEXT_STEPS_FN_TEXT)
 #undef NEXT_STEPS_FN_TEXT
