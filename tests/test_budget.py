@@ -152,11 +152,13 @@ def assembled(ns, answer, arguments):
 
 
 # Texts of every kind, escapes and lone surrogates included, and from the
-# request or the answer, in steps that the module makes itself.
+# request (the answer naming none) or the answer, in steps that the module
+# makes itself.
 @settings(max_examples=400, deadline=None)
 @given(st.text(max_size=30), st.booleans(), st.integers(0, 400), st.integers(0, 40))
+@example("a\udc00", True, 0, 40)  # a lone surrogate in the steps only, measured from their texts
 def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note, count):
-    answer = {"fqn": "a.b" if asked else fqn, "total_count": count, "notes": "n" * note}
+    answer = {"total_count": count, "notes": "n" * note} | ({} if asked else {"fqn": fqn})
     arguments = {"fqn": fqn} if asked else {}
     steps, keep = assembled(ns, answer, arguments)
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
@@ -183,6 +185,7 @@ plain_values = st.recursive(
        padding, st.integers(0, 40), st.sampled_from([0, 1]))
 @example([[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
 @example([["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text
+@example([{"\udc00": 1}, None], 0, 0, 0)  # and in a two-byte key
 def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
     rows, tip = values  # a value of each kind inside a hint field too
     answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}

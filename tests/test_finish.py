@@ -6,9 +6,9 @@ import sys
 import types
 
 import pytest
-from hypothesis import given, settings
+from hypothesis import example, given, settings
 from hypothesis import strategies as st
-from test_encoding import SLOW, floats, outcome, poisons, texts, values
+from test_encoding import HUGE_INT, SLOW, floats, outcome, poisons, texts, values
 
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
 
@@ -94,6 +94,10 @@ def change(answer, where, how, value):
 
 @settings(max_examples=400, **SLOW)
 @given(fields, changes)
+# What fails to encode deep inside a field that is otherwise quiet.
+@example({"rows": [{"doc": "ab\udc00"}]}, (0, "nothing", None))
+@example({"rows": [{"\udc00": 1}]}, (0, "nothing", None))
+@example({"rows": [{"line": int(HUGE_INT)}]}, (0, "nothing", None))  # an exact int: a subclass is never quiet
 def test_changes_after_the_copy_reach_the_budget(ns, fields, how):
     answer = {"fqn": "a.b", "total_count": 40, **fields}
     finish = lambda: ns.finish_answer(answer, "symbol", action="callers")  # noqa: E731
