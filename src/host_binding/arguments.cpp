@@ -75,7 +75,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
       out.values[slot] = value;
       continue;
     }
-    if (!sig.collects_keywords) {
+    if (!sig.collected_keywords) {
       PyErr_Format(PyExc_TypeError, "%s() got an unexpected keyword argument '%U'", sig.function, key);
       return false;
     }
@@ -110,7 +110,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     ++slot;
   }
   if (!absent.empty()) return missing(sig, absent, "keyword-only");
-  if (sig.collects_keywords && !out.keywords) out.keywords = Object::steal(PyDict_New());
+  if (sig.collected_keywords && !out.keywords) out.keywords = Object::steal(PyDict_New());
   return true;
 }
 

@@ -16,7 +16,7 @@ struct Signature {
   std::initializer_list<const char*> positional;  // positional-or-keyword, all required
   std::initializer_list<const char*> keyword_only;
   bool keyword_only_required = false;  // else each defaults to None
-  bool collects_keywords = false;      // **kwargs
+  const char* collected_keywords = nullptr;  // the name of **kwargs, if any
 };
 
 inline constexpr std::size_t max_parameters = 6;

@@ -1,6 +1,11 @@
 #include "host_binding/entries.hpp"
 
+#include <algorithm>
+#include <array>
+#include <iterator>
 #include <new>
+#include <string>
+#include <string_view>
 
 #include "host_binding/arguments.hpp"
 #include "host_binding/host_model.hpp"
@@ -35,31 +40,28 @@ PyObject* entry(PyObject* module, PyObject* const* args, Py_ssize_t nargs, PyObj
   });
 }
 
-template <const Signature& S, auto Body>
-constexpr PyMethodDef def(const char* doc) {
-  return {S.function, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&entry<S, Body>)),
-          METH_FASTCALL | METH_KEYWORDS, doc};
-}
+// A name the logic calls the function by, as the signature's name.
+constexpr const char* named(ns::Fn f) { return ns::text_of(f).data(); }
 
-constexpr Signature step_sig{"step", {"tool", "reason"}, {}, false, true};
+constexpr Signature step_sig{named(ns::Fn::step), {"tool", "reason"}, {}, false, "args"};
 constexpr Signature finish_sig{"finish_answer", {"response", "tool_name"}, {"action", "arguments", "freshness"}};
-constexpr Signature value_sig_copy{"without_null_fields", {"value"}, {}};
-constexpr Signature add_sig{"_add_next_steps", {"response", "tool_name"}, {"action", "arguments"}};
-constexpr Signature signals_sig{"_signals", {"response", "tool", "action", "arguments"}, {}};
+constexpr Signature value_sig_copy{named(ns::Fn::without_null_fields), {"value"}, {}};
+constexpr Signature add_sig{named(ns::Fn::add_next_steps), {"response", "tool_name"}, {"action", "arguments"}};
+constexpr Signature signals_sig{named(ns::Fn::signals), {"response", "tool", "action", "arguments"}, {}};
 constexpr Signature meaning_sig{"_search_by_meaning", {"known"}, {}};
 constexpr Signature explore_sig{"_ask_explore", {"known"}, {}};
 constexpr Signature blast_sig{"_blast_radius", {"known"}, {}};
 constexpr Signature untested_sig{"_untested", {"known"}, {}};
-constexpr Signature usual_sig{"_usual", {"response", "tool", "action", "arguments"}, {}};
-constexpr Signature hit_count_sig{"_hit_count", {"response"}, {}};
-constexpr Signature taken_sig{"_taken", {"response", "takes", "arguments"}, {}};
-constexpr Signature scope_sig{"_tests_scope", {"response", "arguments"}, {}};
-constexpr Signature files_sig{"_answer_files", {"response", "arguments"}, {}};
-constexpr Signature code_hit_sig{"_is_code_hit", {"item"}, {}};
-constexpr Signature dedup_sig{"_deduplicated", {"steps"}, {}};
-constexpr Signature share_sig{"_within_share", {"response", "steps"}, {"keep"}, true};
-constexpr Signature hint_size_sig{"_hint_size", {"value"}, {}};
-constexpr Signature size_sig{"_encoded_size", {"value"}, {}};
+constexpr Signature usual_sig{named(ns::Fn::usual), {"response", "tool", "action", "arguments"}, {}};
+constexpr Signature hit_count_sig{named(ns::Fn::hit_count), {"response"}, {}};
+constexpr Signature taken_sig{named(ns::Fn::taken), {"response", "takes", "arguments"}, {}};
+constexpr Signature scope_sig{named(ns::Fn::tests_scope), {"response", "arguments"}, {}};
+constexpr Signature files_sig{named(ns::Fn::answer_files), {"response", "arguments"}, {}};
+constexpr Signature code_hit_sig{named(ns::Fn::is_code_hit), {"item"}, {}};
+constexpr Signature dedup_sig{named(ns::Fn::deduplicated), {"steps"}, {}};
+constexpr Signature share_sig{named(ns::Fn::within_share), {"response", "steps"}, {"keep"}, true};
+constexpr Signature hint_size_sig{named(ns::Fn::hint_size), {"value"}, {}};
+constexpr Signature size_sig{named(ns::Fn::encoded_size), {"value"}, {}};
 constexpr Signature symbols_sig{"suggest_symbols", {"response", "repository", "wanted", "action"}, {}};
 constexpr Signature paths_sig{"suggest_paths", {"response", "repository", "wanted", "action"}, {}};
 
@@ -87,96 +89,145 @@ Object run_size(HostModel& m, Arguments& a) { return m.make_int(ns::encoded_size
 Object run_symbols(HostModel& m, Arguments& a) { return ns::suggest_symbols(m, a[0], a[1], a[2], a[3]); }
 Object run_paths(HostModel& m, Arguments& a) { return ns::suggest_paths(m, a[0], a[1], a[2], a[3]); }
 
-PyMethodDef defs[] = {
+// A function's line of the table: the signature its calls are parsed by,
+// what it runs, its docstring (the signature line is added from the
+// signature) and the signal it runs, if it runs one.
+struct Entry {
+  const Signature& signature;
+  PyObject* (*call)(PyObject*, PyObject* const*, Py_ssize_t, PyObject*);
+  const char* doc;
+  std::optional<ns::Signal> signal;
+};
+
+template <const Signature& S, auto Body>
+constexpr Entry def(const char* doc, std::optional<ns::Signal> signal = std::nullopt) {
+  return {S, &entry<S, Body>, doc, signal};
+}
+
+// The module's functions, in the order the namespace lists them.
+constexpr Entry table[] = {
     def<step_sig, run_step>(
-        "step($module, /, tool, reason, **args)\n--\n\n"
         "One next step: the tool to call, the arguments to call it with, and why.\n\n"
         "Returns ``{\"tool\": tool, \"args\": args, \"reason\": reason}``, the keyword\n"
         "arguments collected as ``args`` in the order they were passed."),
     def<finish_sig, run_finish>(
-        "finish_answer($module, /, response, tool_name, *, action=None, arguments=None, freshness=None)\n--\n\n"
         "The answer as every tool sends it (see the module's docstring).\n\n"
         "Returns a new answer: ``response`` without its None fields at any depth,\n"
         "with the index's ``freshness`` block and the ``next_steps`` an agent may\n"
         "take, kept within the hint budget.  ``response`` itself is not changed."),
     def<value_sig_copy, run_copy>(
-        "without_null_fields($module, /, value)\n--\n\n"
         "A copy of a JSON-like value without the dict fields that are None, at any depth.\n\n"
         "A list keeps its None items: their places are part of the list.  Tuples\n"
         "come back as lists; every other value is returned as it is."),
     def<add_sig, run_add>(
-        "_add_next_steps($module, /, response, tool_name, *, action=None, arguments=None)\n--\n\n"
         "Add the steps an agent may take after the answer (see the module's docstring).\n\n"
         "The steps the tool already gave for its own answer (a did-you-mean, an\n"
         "explore route) take the place of the usual ones.  The first step is\n"
         "always kept, and every signal.  Changes ``response`` and returns it."),
     def<signals_sig, run_signals>(
-        "_signals($module, /, response, tool, action, arguments)\n--\n\n"
         "The steps the answer itself calls for (:data:`_SIGNALS`)."),
     def<meaning_sig, run_meaning>(
-        "_search_by_meaning($module, /, known)\n--\n\n"
-        "A search by name or text that found nothing: the same query, by meaning."),
+        "A search by name or text that found nothing: the same query, by meaning.", ns::Signal::search_by_meaning),
     def<explore_sig, run_explore>(
-        "_ask_explore($module, /, known)\n--\n\n"
-        "A search by meaning that found nothing: the same question, to explore."),
+        "A search by meaning that found nothing: the same question, to explore.", ns::Signal::ask_explore),
     def<blast_sig, run_blast>(
-        "_blast_radius($module, /, known)\n--\n\n"
-        "A symbol with many callers or references: what a change of it would reach."),
+        "A symbol with many callers or references: what a change of it would reach.", ns::Signal::blast_radius),
     def<untested_sig, run_untested>(
-        "_untested($module, /, known)\n--\n\n"
-        "A file no test covers: the tests a change of it would call for (through what uses it)."),
+        "A file no test covers: the tests a change of it would call for (through what uses it).", ns::Signal::untested),
     def<usual_sig, run_usual>(
-        "_usual($module, /, response, tool, action, arguments)\n--\n\n"
         "The usual follow-ups of the tool and action, each with its argument from the answer."),
     def<hit_count_sig, run_hit_count>(
-        "_hit_count($module, /, response)\n--\n\n"
         "How many hits the answer says it has, or None when it counts none."),
     def<taken_sig, run_taken>(
-        "_taken($module, /, response, takes, arguments)\n--\n\n"
         "The value a step takes from the answer (or the request), or None when there is none."),
     def<scope_sig, run_scope>(
-        "_tests_scope($module, /, response, arguments)\n--\n\n"
         "What a tests(recommended) step runs on: the answer's files when it lists\n"
         "them all (at most MAX_STEP_FILES), else the branch base it compared\n"
         "against, else its first files; empty when the answer names none."),
     def<files_sig, run_files>(
-        "_answer_files($module, /, response, arguments)\n--\n\n"
         "The files an answer is about: its own file, then the affected (else the\n"
         "changed) files, else the request's path; without repeats."),
     def<code_hit_sig, run_code_hit>(
-        "_is_code_hit($module, /, item)\n--\n\n"
         "Whether a hit is a code symbol, by the kind and the file it lists."),
     def<dedup_sig, run_dedup>(
-        "_deduplicated($module, /, steps)\n--\n\n"
         "The steps without a repeat of the same call."),
     def<share_sig, run_share>(
-        "_within_share($module, /, response, steps, *, keep)\n--\n\n"
         "The steps, dropped from the last while the answer's hints exceed their room.\n\n"
         "The room is HINT_SHARE of the answer with its steps, or HINT_FLOOR_BYTES\n"
         "when that is more.  The answer holds no ``next_steps`` here and its other\n"
         "hint fields count with the steps.  The first ``keep`` steps are never dropped."),
     def<hint_size_sig, run_hint_size>(
-        "_hint_size($module, /, value)\n--\n\n"
         "The bytes of the hint fields (:data:`HINT_KEYS`) of a value, at any depth."),
     def<size_sig, run_size>(
-        "_encoded_size($module, /, value)\n--\n\n"
         "The bytes of a value as an answer sends it (compact UTF-8 JSON, ``tool_result_text``)."),
     def<symbols_sig, run_symbols>(
-        "suggest_symbols($module, /, response, repository, wanted, action)\n--\n\n"
         "Answer a name or fqn the index does not hold with the nearest symbols that it does.\n\n"
         "Returns ``response`` with ``found`` false, ``did_you_mean`` (the candidates,\n"
         "best first) and a next step that uses the best one, or a name search when\n"
         "nothing is near."),
     def<paths_sig, run_paths>(
-        "suggest_paths($module, /, response, repository, wanted, action)\n--\n\n"
         "Answer a path the index does not hold with the nearest indexed paths.\n\n"
         "Returns ``response`` with ``found`` false, ``did_you_mean`` (the paths, best\n"
         "first) and a next step that uses the best one, or the list of files when\n"
         "nothing is near."),
 };
 
+// The function of the logic's vocabulary that an entry defines, by name.
+constexpr std::optional<ns::Fn> own_function(const Entry& e) {
+  for (std::size_t f = 0; f < ns::function_names.size(); ++f)
+    if (ns::is_own(ns::Fn(f)) && ns::function_names[f] == e.signature.function) return ns::Fn(f);
+  return std::nullopt;
+}
+
+// Every name the logic calls as the module's own function, and every signal
+// a row names, is defined by exactly one entry: a function missing here
+// would leave the logic calling it through the host, or _SIGNALS without it.
+constexpr bool one_entry_each() {
+  for (std::size_t f = 0; f < ns::function_names.size(); ++f)
+    if (ns::is_own(ns::Fn(f)) && std::ranges::count(table, std::optional(ns::Fn(f)), own_function) != 1) return false;
+  for (const ns::SignalRow& row : ns::signal_rows)
+    if (std::ranges::count(table, std::optional(row.signal), &Entry::signal) != 1) return false;
+  return true;
+}
+static_assert(one_entry_each(), "an entry for each own function and each signal");
+
+// The docstring the host shows, after the line inspect reads the text
+// signature from.
+std::string docstring(const Entry& e) {
+  const Signature& s = e.signature;
+  std::string text = std::string(s.function) + "($module, /";
+  for (const char* name : s.positional) (text += ", ") += name;
+  if (s.keyword_only.size()) text += ", *";
+  for (const char* name : s.keyword_only) {
+    (text += ", ") += name;
+    if (!s.keyword_only_required) text += "=None";
+  }
+  if (s.collected_keywords) (text += ", **") += s.collected_keywords;
+  return text + ")\n--\n\n" + e.doc;
+}
+
 }  // namespace
 
-std::span<PyMethodDef> method_defs() { return defs; }
+std::span<const Function> functions() {
+  constexpr std::size_t count = std::size(table);
+  // Made once and never freed: the host keeps pointers to the definitions.
+  struct Made {
+    std::array<std::string, count> docs;
+    std::array<PyMethodDef, count> defs;
+    std::array<Function, count> functions;
+  };
+  static const Made* made = [] {
+    auto* m = new Made;
+    for (std::size_t i = 0; i < count; ++i) {
+      const Entry& e = table[i];
+      m->docs[i] = docstring(e);
+      m->defs[i] = {e.signature.function, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(e.call)),
+                    METH_FASTCALL | METH_KEYWORDS, m->docs[i].c_str()};
+      m->functions[i] = {&m->defs[i], &e.signature, own_function(e), e.signal};
+    }
+    return m;
+  }();
+  return made->functions;
+}
 
 }  // namespace host

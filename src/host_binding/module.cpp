@@ -1,6 +1,8 @@
 // Loading: the one exported entry and the execution slot that fills the
 // namespace, in the order a reader of the module meets its names.
+#include <algorithm>
 #include <string_view>
+#include <vector>
 
 #include "host_binding/entries.hpp"
 #include "host_binding/host_model.hpp"
@@ -61,9 +63,7 @@ class Loader {
     bind("logger", call(attr("logging", "getLogger"), {module_name_}));
     bind_constants();
     bind_tables();
-    bind_functions(0, 9);
-    bind_signals();
-    bind_functions(9, method_defs().size());
+    bind_functions();
     bind_annotations();
     watch_namespace();
   }
@@ -81,8 +81,6 @@ class Loader {
     s.pop = intern("pop");
     s.warning = intern("warning");
     s.exc_info = tuple({intern("exc_info")});
-    s.keywords[static_cast<std::size_t>(ns::Fn::add_next_steps)] = tuple({intern("action"), intern("arguments")});
-    s.keywords[static_cast<std::size_t>(ns::Fn::within_share)] = tuple({intern("keep")});
   }
 
   // from module import names, each bound under its own name
@@ -181,24 +179,32 @@ class Loader {
         PyObject_Vectorcall(dataclass.get(), args + 1, 1 | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords.get()));
   }
 
-  // Functions from defs[first] up to defs[last]; the own ones are kept so
-  // that a call can tell whether a name still holds them.
-  void bind_functions(std::size_t first, std::size_t last) {
-    auto defs = method_defs();
+  // The functions in their order, _SIGNALS right after the last one that
+  // runs a signal.  The own ones are kept, so that a call can tell whether a
+  // name still holds them, with the keyword names the logic calls them with.
+  void bind_functions() {
     State& s = *state_slot(module_);
-    for (std::size_t i = first; i < last && i < defs.size(); ++i) {
-      Object function = Object::steal(PyCFunction_NewEx(&defs[i], module_, module_name_.get()));
-      for (std::size_t f = 0; f < ns::function_names.size(); ++f)
-        if (ns::function_names[f] == defs[i].ml_name) s.own[f] = function;
-      bind(defs[i].ml_name, function);
+    const auto functions = host::functions();
+    auto signals_left = std::ranges::count_if(functions, [](const Function& f) { return f.signal.has_value(); });
+    for (const Function& f : functions) {
+      Object function = Object::steal(PyCFunction_NewEx(f.def, module_, module_name_.get()));
+      if (f.fn) {
+        const auto i = static_cast<std::size_t>(*f.fn);
+        s.own[i] = function;
+        std::vector<Object> keywords;
+        for (const char* name : f.signature->keyword_only) keywords.push_back(intern(name));
+        if (!keywords.empty()) s.keywords[i] = tuple(keywords);
+      }
+      bind(f.def->ml_name, function);
+      if (f.signal && --signals_left == 0) bind_signals(functions);
     }
   }
 
-  void bind_signals() {
+  void bind_signals(std::span<const Function> functions) {
     Object table = Object::steal(PyDict_New());
     for (const ns::SignalRow& row : ns::signal_rows) {
-      static constexpr const char* names[] = {"_search_by_meaning", "_ask_explore", "_blast_radius", "_untested"};
-      check(PyDict_SetItem(table.get(), text(row.key).get(), lookup(names[static_cast<int>(row.signal)]).get()));
+      const Function& runs = *std::ranges::find(functions, std::optional(row.signal), &Function::signal);
+      check(PyDict_SetItem(table.get(), text(row.key).get(), lookup(runs.def->ml_name).get()));
     }
     bind("_SIGNALS", table);
   }

@@ -20,13 +20,15 @@ TYPE_CHECKING: Final = False
 
 logger: logging.Logger
 
-HINT_SHARE: Final = 0.15
-HINT_FLOOR_BYTES: Final = 320
+# The limits are the module's to change: their values are read from it, not
+# stated here.
+HINT_SHARE: Final[float]
+HINT_FLOOR_BYTES: Final[int]
 HINT_KEYS: Final[frozenset[str]]
-_STEPS_KEY_BYTES: Final = 14
-MAX_STEPS: Final = 3
-FAN_IN_FOR_IMPACT: Final = 8
-MAX_STEP_FILES: Final = 10
+_STEPS_KEY_BYTES: Final[int]
+MAX_STEPS: Final[int]
+FAN_IN_FOR_IMPACT: Final[int]
+MAX_STEP_FILES: Final[int]
 
 Takes: TypeAlias = Literal["fqn", "path", "query", "component", "changed_files"]
 
@@ -47,7 +49,6 @@ _CHANGED_TESTS: Final[Hint]
 
 NEXT_STEPS: dict[str, tuple[Hint, ...]]
 _HIT_LISTS: Final[tuple[str, ...]]
-_SIGNALS: dict[str, Callable[[Mapping[str, Any]], dict[str, Any] | None]]
 
 def step(tool: str, reason: str, **args: Any) -> dict[str, Any]:
     """One next step: the tool to call, the arguments to call it with, and why."""
@@ -79,6 +80,9 @@ def _search_by_meaning(known: Mapping[str, Any]) -> dict[str, Any] | None: ...
 def _ask_explore(known: Mapping[str, Any]) -> dict[str, Any] | None: ...
 def _blast_radius(known: Mapping[str, Any]) -> dict[str, Any] | None: ...
 def _untested(known: Mapping[str, Any]) -> dict[str, Any] | None: ...
+
+_SIGNALS: dict[str, Callable[[Mapping[str, Any]], dict[str, Any] | None]]
+
 def _usual(
     response: dict[str, Any], tool: str, action: str | None, arguments: Mapping[str, Any]
 ) -> list[dict[str, Any]]: ...
