@@ -1,9 +1,12 @@
 """The budget and de-duplication recomputed from json.dumps alone: the text
-the host sends is the arbiter of every size the module computes."""
+the host sends is the arbiter of every size the module computes.  The
+limits and the hint fields are the module's own facts, read from it."""
 
 import json
 
-HINT_KEYS = {"tip", "tips", "hint", "hints", "note", "notes", "next_steps"}
+from velquorn.tool_handlers.next_steps import HINT_FLOOR_BYTES, HINT_KEYS, HINT_SHARE, MAX_STEPS
+
+STEPS_KEY_BYTES = len(',"next_steps":')  # what the steps add to the answer besides their list
 
 
 def compact_size(value):
@@ -18,14 +21,21 @@ def hint_size(value):
     return 0
 
 
+def fits(answer_size, hints, added, share=HINT_SHARE, floor=HINT_FLOOR_BYTES):
+    """Whether hints and steps of `added` bytes fit an answer of `answer_size` bytes."""
+    return hints + added <= max(share * (answer_size + added), floor)
+
+
 def within_share(answer, steps, keep):
     answer_size, hints = compact_size(answer), hint_size(answer)
-    while len(steps) > keep:
-        added = compact_size(steps) + 14
-        if hints + added <= max(0.15 * (answer_size + added), 320):
-            break
+    while len(steps) > keep and not fits(answer_size, hints, compact_size(steps) + STEPS_KEY_BYTES):
         steps = steps[:-1]
     return steps
+
+
+def assembled(signals, usual):
+    """The steps handed to the budget, and how many of them it keeps whatever their size."""
+    return dedupe(signals + usual)[:MAX_STEPS], max(1, min(len(signals), MAX_STEPS))
 
 
 def dedupe(steps):

@@ -1,10 +1,12 @@
 """The hint budget: hint fields at any depth, and trimming steps to their room."""
 
+import math
+
 import pytest
 from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
-from reference import dedupe, hint_size, within_share
+from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
 from test_encoding import HUGE_INT, SLOW, floats, ints, keys, leaves, outcome, poisons, texts
 
 
@@ -27,16 +29,38 @@ def steps_of(total):
     return [first, last]
 
 
+def largest_added(answer_size, hints, share=HINT_SHARE, floor=HINT_FLOOR_BYTES):
+    """The most bytes that steps may add to an answer of this size and hint bytes."""
+    added = max(floor - hints, int((share * answer_size - hints) / (1 - share)))
+    while fits(answer_size, hints, added + 1, share, floor):
+        added += 1
+    while not fits(answer_size, hints, added, share, floor):
+        added -= 1
+    return added
+
+
 @pytest.mark.parametrize(
     "total, hints, largest",
-    [
-        # Below 1814 bytes the floor decides; above, the share of the answer with its steps.
-        (400, 0, 306), (1814, 0, 306), (1814, 100, 206), (2000, 0, 338), (2000, 100, 221),
-        (4000, 0, 691), (4000, 100, 574), (10000, 0, 1750), (20000, 0, 3515),
-    ],
+    [(400, 0, 306), (1814, 0, 306), (1814, 100, 206), (2000, 0, 338), (4000, 100, 574), (20000, 0, 3515)],
 )
-def test_largest_step_list_that_fits(ns, total, hints, largest):
+def test_largest_step_lists_worked_out_by_hand(total, hints, largest):
+    # For a share of 15 % and a floor of 320 bytes: below 1814 bytes the
+    # floor decides, above it the share of the answer with its steps.
+    assert largest_added(total, hints, share=0.15, floor=320) - STEPS_KEY_BYTES == largest
+
+
+# Below this size of answer the floor decides, above it the share.
+SHARE_FROM = math.ceil(HINT_FLOOR_BYTES / HINT_SHARE) - HINT_FLOOR_BYTES
+
+
+@pytest.mark.parametrize(
+    "total, hints",
+    [(SHARE_FROM // 4, 0), (SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100),
+     (2 * SHARE_FROM, 0), (2 * SHARE_FROM, 100), (5 * SHARE_FROM, 0), (10 * SHARE_FROM, 0)],
+)
+def test_largest_step_list_that_fits(ns, total, hints):
     answer = answer_of(total, hints)
+    largest = largest_added(total, hints) - STEPS_KEY_BYTES
     fitting, too_big = steps_of(largest), steps_of(largest + 1)
     assert ns._within_share(answer, fitting, keep=1) is fitting
     trimmed = ns._within_share(answer, too_big, keep=1)
@@ -64,9 +88,9 @@ generated_steps = st.lists(
 
 
 @settings(max_examples=500, deadline=None)
-@given(padding, st.integers(0, 400), generated_steps, st.integers(0, 4))
+@given(padding, st.integers(0, HINT_FLOOR_BYTES + 80), generated_steps, st.integers(0, 4))
 def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
-    # Notes up to 400 bytes make the hints alone exceed the room for small answers.
+    # Notes past the floor make the hints alone exceed the room for small answers.
     answer = {"rows": [{"text": "x" * pad, "note": "n" * note}]}
     kept = ns._within_share(answer, steps, keep=keep)
     expected = within_share(answer, steps, keep)
@@ -82,18 +106,6 @@ def answers(children):
     return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows))
 
 
-def largest_added(answer_size, hints):
-    def fits(added):
-        return hints + added <= max(0.15 * (answer_size + added), 320)
-
-    added = max(320 - hints, int((0.15 * answer_size - hints) / 0.85))
-    while fits(added + 1):
-        added += 1
-    while not fits(added):
-        added -= 1
-    return added
-
-
 @settings(max_examples=1000, **SLOW)
 @given(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=20))
 def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
@@ -103,7 +115,7 @@ def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
     if measured[0] != "value":
         assert outcome(lambda: ns._within_share(answer, [], keep=0)) == measured
         return
-    room = largest_added(*measured[1]) - 14 - 4
+    room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([""])
     assume(room >= 0)
     fitting, too_big = ["s" * room], ["s" * (room + 1)]
     assert ns._within_share(answer, fitting, keep=0) is fitting
@@ -139,28 +151,28 @@ def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls, assemblin
 
 def test_steps_holding_other_values_are_measured_anew_for_each_length(ns):
     value = Counted()
-    steps = [[value], "x" * 400]
+    steps = [[value], "x" * HINT_FLOOR_BYTES]
     assert ns._within_share({}, steps, keep=0) == [[value]]
     assert value.calls == 2
 
 
-def assembled(ns, answer, arguments):
+def assembled_for_callers(ns, answer, arguments):
     """The steps as the module puts them together, each source called alone."""
     signals = ns._signals(answer, "symbol", "callers", arguments)
     usual = ns._usual(answer, "symbol", "callers", arguments)
-    return dedupe(signals + usual)[:3], max(1, min(len(signals), 3))
+    return assembled(signals, usual)
 
 
 # Texts of every kind, escapes and lone surrogates included, and from the
 # request (the answer naming none) or the answer, in steps that the module
 # makes itself.
 @settings(max_examples=400, deadline=None)
-@given(st.text(max_size=30), st.booleans(), st.integers(0, 400), st.integers(0, 40))
+@given(st.text(max_size=30), st.booleans(), st.integers(0, HINT_FLOOR_BYTES + 80), st.integers(0, 40))
 @example("a\udc00", True, 0, 40)  # a lone surrogate in the steps only, measured from their texts
 def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note, count):
     answer = {"total_count": count, "notes": "n" * note} | ({} if asked else {"fqn": fqn})
     arguments = {"fqn": fqn} if asked else {}
-    steps, keep = assembled(ns, answer, arguments)
+    steps, keep = assembled_for_callers(ns, answer, arguments)
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
     assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
 
@@ -189,10 +201,10 @@ plain_values = st.recursive(
 def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
     rows, tip = values  # a value of each kind inside a hint field too
     answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}
-    steps, keep = assembled(ns, answer, {})
+    steps, keep = assembled_for_callers(ns, answer, {})
     hints = outcome(hint_size, answer)
     if hints[0] == "value":
-        answer["notes"] = "n" * max(0, 320 + past_floor - hints[1] - size(steps) - 14)
+        answer["notes"] = "n" * max(0, HINT_FLOOR_BYTES + past_floor - hints[1] - size(steps) - STEPS_KEY_BYTES)
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers").get("next_steps", [])  # noqa: E731
     assert outcome(finish) == outcome(within_share, answer, steps, keep)
 
@@ -200,7 +212,7 @@ def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, cou
 def test_steps_handed_to_a_rebound_deduplication_are_measured_anew(ns, monkeypatch):
     # The rebound function lengthens a step the module made: the budget sees it.
     def deduplicated(steps):
-        steps[1]["reason"] = "r" * 400
+        steps[1]["reason"] = "r" * HINT_FLOOR_BYTES
         return steps
 
     monkeypatch.setattr(ns, "_deduplicated", deduplicated)

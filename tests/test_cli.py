@@ -6,9 +6,10 @@ import subprocess
 import sys
 import tempfile
 import time
+from importlib import resources
 
 import pytest
-from reference import compact_size
+from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, compact_size
 
 TERMINAL = "a terminal"
 SLOW_WRITER = "a pipe written to half a second late"
@@ -48,8 +49,22 @@ def test_examples_cover_each_source_of_steps(ns):
         ("tests", "recommended"), ("symbol", "callers"), ("symbol", "detail"), ("file", "symbols"),
     ]  # usual, no hits, many callers, untested, change set, budget, did-you-mean symbol and path
     assert shown[4]["next_steps"][0]["args"] == {"action": "recommended", "base_branch": "main"}
-    assert len(shown[5]["next_steps"]) < 3
+    assert f"its floor of {HINT_FLOOR_BYTES} bytes" in lines[2 * 5]
     assert all(a["found"] is False and a["did_you_mean"] for a in shown[-2:])
+
+
+def test_the_budget_example_drops_its_last_step_by_the_floor_it_names(ns):
+    examples = json.loads(resources.files("velquorn_next_steps").joinpath("examples", "examples.json").read_text())
+    example = next(e for e in examples if "{HINT_FLOOR_BYTES}" in e["title"])
+    answer, request = example["answer"], (example["tool"], example["action"], example["arguments"])
+    kept = ns.finish_answer(answer, request[0], action=request[1], arguments=request[2])["next_steps"]
+    offered = ns._usual(answer, *request)
+    assert kept == offered[:-1]
+    # A small answer, whose room is the floor: its hints and the steps offered
+    # are over it, without the last step they are not.
+    hints, added = ns._hint_size(answer), compact_size(offered) + STEPS_KEY_BYTES
+    assert HINT_SHARE * (compact_size(answer) + added) < HINT_FLOOR_BYTES < hints + added
+    assert hints + compact_size(kept) + STEPS_KEY_BYTES <= HINT_FLOOR_BYTES
 
 
 def test_finishes_an_answer_from_stdin_as_the_server_sends_it(ns):

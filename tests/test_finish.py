@@ -8,6 +8,7 @@ import types
 import pytest
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
+from reference import HINT_FLOOR_BYTES, MAX_STEPS
 from test_encoding import HUGE_INT, SLOW, floats, outcome, poisons, texts, values
 
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
@@ -132,7 +133,7 @@ def sources(monkeypatch, ns, signals, usual):
         ([], None),
         ((a_step("x"),), [a_step("x")]),
         ([a_step("x")] * 5, [a_step("x")] * 5),
-        ([a_step("big", "r" * 400), a_step("x")], [a_step("big", "r" * 400)]),
+        ([a_step("big", "r" * HINT_FLOOR_BYTES), a_step("x")], [a_step("big", "r" * HINT_FLOOR_BYTES)]),
     ],
 )
 def test_own_steps_replace_assembled_ones(ns, monkeypatch, own, kept):
@@ -149,13 +150,12 @@ def test_own_steps_replace_assembled_ones(ns, monkeypatch, own, kept):
 @pytest.mark.parametrize(
     "signals, usual, expected, keep",
     [
-        ([], [a_step("u1"), a_step("u2"), a_step("u3"), a_step("u4")],
-         [a_step("u1"), a_step("u2"), a_step("u3")], 1),
+        ([], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)], [a_step(f"u{n}") for n in range(MAX_STEPS)], 1),
         # Argument order and reason do not make another call.
         ([a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"), a_step("u")],
          [a_step("q", "signal", action="impact", fqn="f"), a_step("u")], 1),
         ([a_step("s1"), a_step("s2")], [a_step("u")], [a_step("s1"), a_step("s2"), a_step("u")], 2),
-        ([a_step("s")] * 5, [a_step("u")], [a_step("s"), a_step("u")], 3),
+        ([a_step("s")] * 5, [a_step("u")], [a_step("s"), a_step("u")], min(5, MAX_STEPS)),
         ([], [], [], 1),
     ],
 )

@@ -332,13 +332,15 @@ def _run_examples(ns: ModuleType, indent: bool, explain: bool) -> int:
             suggest = ns.suggest_symbols if miss["kind"] == "symbols" else ns.suggest_paths
             suggest(request.response, repository, miss["wanted"], request.action)
         finished = request.finish(ns)
+        # A title may name a constant of the module, as {HINT_FLOOR_BYTES}: it shows the module's value.
+        title = example["title"].format_map(vars(ns))
         if number > 1:
             _write(sys.stdout, "")
-        _write(sys.stdout, f"# {number}. {example['title']}")
+        _write(sys.stdout, f"# {number}. {title}")
         _write(sys.stdout, _dump(finished, indent))
         if explain:
             lines = _explanation(ns, request, finished)
-            _write(sys.stderr, "\n".join([f"# {number}. {example['title']}", *lines, ""]))
+            _write(sys.stderr, "\n".join([f"# {number}. {title}", *lines, ""]))
     return 0
 
 
