@@ -110,6 +110,21 @@ def test_explain_accounts_for_every_step_on_stderr(ns):
     assert "note:" not in report  # the account agrees with what the module kept
 
 
+def test_explain_tells_repeats_and_steps_past_the_cap_and_leaves_the_module_as_it_was(ns, monkeypatch):
+    from velquorn_next_steps import cli
+
+    step = {"tool": "quality", "args": {"fqn": "f"}, "reason": "r"}
+    monkeypatch.setattr(ns, "_signals", lambda *args: [dict(step)])
+    usual = [dict(step, reason="again")] + [dict(step, args={"fqn": str(n)}) for n in range(ns.MAX_STEPS)]
+    monkeypatch.setattr(ns, "_usual", lambda *args: usual)
+    sources = ns._signals, ns._usual, ns._within_share
+    request = cli._Request({"a": 1}, "symbol")
+    finished, lines = cli._finished(ns, request, explain=True)
+    assert finished == request.finish(ns) and (ns._signals, ns._usual, ns._within_share) == sources
+    why = [line.strip() for line in lines if line.strip().startswith("(")]
+    assert why == ["(repeats an earlier call)", f"(past the cap of {ns.MAX_STEPS} steps)"]
+
+
 @pytest.mark.parametrize(
     ("args", "stdin"),
     [

@@ -20,7 +20,9 @@ import argparse
 import json
 import os
 import sys
-from dataclasses import dataclass
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import dataclass, field
 from importlib import import_module, resources
 from types import ModuleType
 from typing import IO, Any, NoReturn
@@ -234,59 +236,86 @@ def _step_text(step: Any) -> str:
     return repr(step)
 
 
-def _explanation(ns: ModuleType, request: _Request, finished: dict[str, Any]) -> list[str]:
+@dataclass
+class _Account:
+    """What the module did with the steps of one answer, as it did it."""
+
+    offered: list[tuple[str, Any]] = field(default_factory=list)  # (source, step) in the order offered
+    considered: list[Any] = field(default_factory=list)  # the steps handed to the budget
+    keep: int = 0  # how many of them the budget keeps whatever their size
+    kept: list[Any] = field(default_factory=list)
+
+
+@contextmanager
+def _watching(ns: ModuleType) -> Iterator[_Account]:
+    """Watch the step sources and the budget of the module for one call.
+
+    The module calls them through its namespace, so the watchers bound there
+    see what it hands them; each gives back what the module's own function
+    does, so the answer is the one the module gives unwatched.
+    """
+    account = _Account()
+    own = {name: getattr(ns, name) for name in ("_signals", "_usual", "_within_share")}
+
+    def source(name: str, label: str) -> Any:
+        def offered(*args: Any) -> Any:
+            steps = own[name](*args)
+            account.offered.extend((label, step) for step in steps)
+            return steps
+
+        return offered
+
+    def within_share(response: dict[str, Any], steps: list[Any], *, keep: int) -> Any:
+        kept = own["_within_share"](response, steps, keep=keep)
+        account.considered, account.keep, account.kept = list(steps), keep, list(kept)
+        return kept
+
+    watchers = {"_signals": source("_signals", "signal"), "_usual": source("_usual", "usual")}
+    watchers["_within_share"] = within_share
+    try:
+        for name, watcher in watchers.items():
+            setattr(ns, name, watcher)
+        yield account
+    finally:
+        for name, function in own.items():
+            setattr(ns, name, function)
+
+
+def _explanation(ns: ModuleType, account: _Account, finished: dict[str, Any]) -> list[str]:
     """The budget figures of a finished answer, and why each step stayed or went.
 
-    Step assembly is run again step by step on a copy in the state that
-    ``finish_answer`` hands it (no nulls, the freshness block, no own steps),
-    without the budget, so that every step that was considered can be shown.
+    The steps are the ones the module's sources offered and its budget was
+    handed and kept in the call that finished the answer; the figures show
+    how the budget weighed them.
     """
     answer = {key: value for key, value in finished.items() if key != "next_steps"}
-    kept = finished.get("next_steps", [])
     size = ns._encoded_size(answer)
     hints = ns._hint_size(answer)
     share, floor, key_bytes, cap = ns.HINT_SHARE, ns.HINT_FLOOR_BYTES, ns._STEPS_KEY_BYTES, ns.MAX_STEPS
 
-    tool, action, arguments = request.tool, request.action, request.arguments
-    copy = ns.without_null_fields(request.response)
-    ns.add_freshness(copy, request.freshness)
-    own = copy.pop("next_steps", None)
+    source_of = {id(step): source for source, step in account.offered}
     fates: list[tuple[str, Any, str]] = []  # (source, step, why it went) in the order considered
-    if own:
-        candidates = [("own", s) for s in own]
-        keep = 1
-    else:
-        given = arguments if arguments is not None else {}
-        signals = list(ns._signals(copy, tool, action, given))
-        usual = list(ns._usual(copy, tool, action, given))
-        keep = max(1, min(len(signals), cap))
-        offered = [("signal", s) for s in signals] + [("usual", s) for s in usual]
-        unique = list(ns._deduplicated([s for _, s in offered]))
-        candidates = []
-        for source, s in offered:
-            # _deduplicated hands back the first occurrence of each call itself.
-            if len(candidates) < len(unique) and unique[len(candidates)] is s:
-                candidates.append((source, s))
-            else:
-                fates.append((source, s, "repeats an earlier call"))
-        for source, s in candidates[cap:]:
-            fates.append((source, s, f"past the cap of {cap} steps"))
-        candidates = candidates[:cap]
+    if account.offered:  # assembled, not the tool's own steps
+        unique = {id(step) for step in ns._deduplicated([step for _, step in account.offered])}
+        considered = {id(step) for step in account.considered}
+        for source, step in account.offered:
+            if id(step) not in unique:
+                fates.append((source, step, "repeats an earlier call"))
+            elif id(step) not in considered:
+                fates.append((source, step, f"past the cap of {cap} steps"))
+
+    def source(step: Any) -> str:
+        return source_of.get(id(step), "own")
 
     def room_for(steps: list[Any]) -> tuple[int, float]:
         added = ns._encoded_size(steps) + key_bytes
         return added, max(share * (size + added), floor)
 
-    trimmed = candidates
-    while len(trimmed) > keep:
-        added, room = room_for([s for _, s in trimmed])
-        if hints + added <= room:
-            break
-        source, s = trimmed[-1]
-        fates.append(
-            (source, s, f"over the hint budget: {hints} + {added} > {room:g} with {len(trimmed)} steps")
-        )
-        trimmed = trimmed[:-1]
+    kept, considered = account.kept, account.considered
+    for n in range(len(considered), len(kept), -1):
+        added, room = room_for(considered[:n])
+        why = f"over the hint budget: {hints} + {added} > {room:g} with {n} steps"
+        fates.append((source(considered[n - 1]), considered[n - 1], why))
 
     lines = ["budget (bytes of the compact UTF-8 text):"]
     lines.append(f"  answer  {size:>7}  without next_steps")
@@ -295,20 +324,26 @@ def _explanation(ns: ModuleType, request: _Request, finished: dict[str, Any]) ->
         added, room = room_for(kept)
         lines.append(f"  steps   {added:>7}  next_steps with {len(kept)} step(s), {key_bytes} of them for the key")
         lines.append(f"  room    {room:>7g}  max({share} x ({size} + {added}), {floor})")
-        verdict = "fits" if hints + added <= room else f"over, but the first {keep} step(s) always stay"
+        verdict = "fits" if hints + added <= room else f"over, but the first {account.keep} step(s) always stay"
         lines.append(f"  total   {hints + added:>7}  {verdict}")
     else:
         lines.append("  steps         0  no step to take")
     lines.append("steps:")
-    for source, s in trimmed:
-        lines.append(f"  kept     {source:<6}  {_step_text(s)}")
-    for source, s, why in fates:
-        lines.append(f"  dropped  {source:<6}  {_step_text(s)}")
+    for s in kept:
+        lines.append(f"  kept     {source(s):<6}  {_step_text(s)}")
+    for origin, s, why in fates:
+        lines.append(f"  dropped  {origin:<6}  {_step_text(s)}")
         lines.append(f"           {'':<6}  ({why})")
-    if [s for _, s in trimmed] != list(kept):
-        lines.append("note: the module kept other steps than this account expects:")
-        lines.extend(f"  kept     {'':<6}  {_step_text(s)}" for s in kept)
     return lines
+
+
+def _finished(ns: ModuleType, request: _Request, explain: bool) -> tuple[dict[str, Any], list[str]]:
+    """The finished answer, and with ``explain`` the account of its steps."""
+    if not explain:
+        return request.finish(ns), []
+    with _watching(ns) as account:
+        finished = request.finish(ns)
+    return finished, _explanation(ns, account, finished)
 
 
 def _bundled(name: str) -> Any:
@@ -331,7 +366,7 @@ def _run_examples(ns: ModuleType, indent: bool, explain: bool) -> int:
             # the tool's own step for finish_answer.
             suggest = ns.suggest_symbols if miss["kind"] == "symbols" else ns.suggest_paths
             suggest(request.response, repository, miss["wanted"], request.action)
-        finished = request.finish(ns)
+        finished, lines = _finished(ns, request, explain)
         # A title may name a constant of the module, as {HINT_FLOOR_BYTES}: it shows the module's value.
         title = example["title"].format_map(vars(ns))
         if number > 1:
@@ -339,7 +374,6 @@ def _run_examples(ns: ModuleType, indent: bool, explain: bool) -> int:
         _write(sys.stdout, f"# {number}. {title}")
         _write(sys.stdout, _dump(finished, indent))
         if explain:
-            lines = _explanation(ns, request, finished)
             _write(sys.stderr, "\n".join([f"# {number}. {title}", *lines, ""]))
     return 0
 
@@ -358,11 +392,10 @@ def _run(options: argparse.Namespace) -> int:
     request = _Request(
         _read_answer(options.answer or "-"), options.tool, options.action, options.arguments, options.freshness
     )
-    ns = _next_steps()
-    finished = request.finish(ns)
+    finished, lines = _finished(_next_steps(), request, options.explain)
     _write(sys.stdout, _dump(finished, options.indent))
     if options.explain:
-        _write(sys.stderr, "\n".join(_explanation(ns, request, finished)))
+        _write(sys.stderr, "\n".join(lines))
     return 0
 
 
