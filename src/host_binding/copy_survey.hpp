@@ -53,7 +53,8 @@ class CopySurvey {
   };
 
  public:
-  explicit CopySurvey(int watcher) : watcher_(watcher), spoiled_(watcher < 0) {}
+  CopySurvey(int watcher, next_steps::Counting counting)
+      : watcher_(watcher), counting_(counting), spoiled_(watcher < 0) {}
   CopySurvey(const CopySurvey&) = delete;
   CopySurvey& operator=(const CopySurvey&) = delete;
   ~CopySurvey() { release(); }
@@ -112,14 +113,14 @@ class CopySurvey {
     std::size_t dicts, lists, items;
   };
 
-  static bool quiet_text(PyObject* text) {
+  bool quiet_text(PyObject* text) const {
     if (PyUnicode_KIND(text) == PyUnicode_1BYTE_KIND) return true;
     bool surrogate = false;
-    next_steps::compact_token_bytes(view_of(text), surrogate);
+    next_steps::compact_token_bytes(view_of(text), surrogate, counting_);
     return !surrogate;
   }
   // Containers are looked at when the copy opens them.
-  static bool quiet_leaf(PyObject* v) {
+  bool quiet_leaf(PyObject* v) const {
     PyTypeObject* type = Py_TYPE(v);
     if (type == &PyUnicode_Type) return quiet_text(v);
     if (type == &PyLong_Type) return is_short_int(v);
@@ -184,6 +185,7 @@ class CopySurvey {
   }
 
   int watcher_;
+  next_steps::Counting counting_;
   bool spoiled_, top_is_dict_ = false, quiet_ = false;
   std::size_t depth_ = 0;
   Marks marks_{};

@@ -28,6 +28,7 @@ using next_steps::ErrorKind;
 using next_steps::Fn;
 using next_steps::Kind;
 using next_steps::Name;
+using next_steps::Shortcut;
 using next_steps::StrView;
 
 class HostModel {
@@ -35,6 +36,10 @@ class HostModel {
   using Value = Object;
 
   explicit HostModel(PyObject* module) : state_(*state_slot(module)), dict_(PyModule_GetDict(module)) {}
+
+  // --- what the module object was made with
+  bool shortcut(Shortcut s) const { return state_.settings.shortcuts.on(s); }
+  next_steps::Counting counting() const { return state_.settings.counting; }
 
   // --- kinds and scalars
   // Strings first: they are most of what an answer holds, keys included.
@@ -138,8 +143,10 @@ class HostModel {
     return Object::steal(PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
   }
   Object name(Name n) const { return state_.names[static_cast<std::size_t>(n)]; }
-  // A constant text of the logic, made once per module.
+  // A constant text of the logic, made once per module (with the
+  // constant_texts shortcut; else made anew each time).
   Object literal(std::string_view s) {
+    if (!shortcut(Shortcut::constant_texts)) return make_str(s);
     Literals::Slot* slot = state_.literals.slot_for(s);
     if (slot && slot->text) return slot->text;
     PyObject* text = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
@@ -147,14 +154,15 @@ class HostModel {
     Object made = Object::steal(text);
     if (slot) {
       *slot = {s.data(), s.size(), made};
-      state_.constant_sizes.remember(made);  // known by address only while the slot holds it
+      state_.constant_sizes.remember(made, counting());  // known by address only while the slot holds it
     }
     return made;
   }
   // The compact token size of a text, known for a name or a literal.
   std::size_t token_bytes(const Object& text, bool& surrogate) const {
-    if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
-    return next_steps::compact_token_bytes(str_view(text), surrogate);
+    if (shortcut(Shortcut::constant_texts))
+      if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
+    return next_steps::compact_token_bytes(str_view(text), surrogate, counting());
   }
   // "".join(parts) of texts (literals and str() results), made at its final
   // size and width at once, without a tuple to hand to the host's join.
@@ -529,7 +537,8 @@ class HostModel {
   // The copy that finishing an answer makes, surveyed for the fields that
   // measuring it may pass over while they stay as copied.
   Object finishing_copy(const Object& v) {
-    survey_.emplace(state_.watcher);
+    if (!shortcut(Shortcut::quiet_fields)) return next_steps::without_null_fields(*this, v);
+    survey_.emplace(state_.watcher, counting());
     return next_steps::copy_without_nulls(*this, v, *survey_);
   }
   std::span<const void* const> quiet_fields(const Object& top) const {

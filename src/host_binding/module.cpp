@@ -1,6 +1,8 @@
 // Loading: the one exported entry and the execution slot that fills the
 // namespace, in the order a reader of the module meets its names.
 #include <algorithm>
+#include <cstdlib>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -52,6 +54,7 @@ class Loader {
 
   void run() {
     state_slot(module_) = new State();
+    read_settings();
     intern_names();
     module_name_ = Object::steal(PyModule_GetNameObject(module_));
     check(PyModule_SetDocString(module_, module_doc));
@@ -69,11 +72,24 @@ class Loader {
   }
 
  private:
+  // Which shortcuts this module object takes and how it counts strings, as
+  // the environment says now (a later change reaches only module objects
+  // made after it).
+  void read_settings() {
+    const std::string shortcuts(ns::shortcuts_variable), counting(ns::counting_variable);
+    const ns::SettingsRead read = ns::read_settings(std::getenv(shortcuts.c_str()), std::getenv(counting.c_str()), ns::best_counting());
+    if (!read.error.empty()) {
+      PyErr_SetString(PyExc_ValueError, read.error.c_str());
+      fail();
+    }
+    state_slot(module_)->settings = read.settings;
+  }
+
   void intern_names() {
     State& s = *state_slot(module_);
     for (std::size_t i = 0; i < ns::name_texts.size(); ++i) {
       s.names[i] = intern(ns::name_texts[i]);
-      s.constant_sizes.remember(s.names[i]);
+      s.constant_sizes.remember(s.names[i], s.settings.counting);
     }
     for (std::size_t i = 0; i < ns::function_names.size(); ++i) s.function_names[i] = intern(ns::function_names[i]);
     s.get = intern("get");

@@ -10,6 +10,7 @@
 #include "host_binding/leaves.hpp"
 #include "host_binding/object.hpp"
 #include "next_steps/address_slot.hpp"
+#include "next_steps/shortcuts.hpp"
 #include "next_steps/tables.hpp"
 #include "next_steps/text.hpp"
 #include "next_steps/vocabulary.hpp"
@@ -56,11 +57,11 @@ class Literals {
 // is measured each time.
 class ConstantSizes {
  public:
-  void remember(const Object& text) {
+  void remember(const Object& text, next_steps::Counting counting) {
     Slot& slot = slots_[slot_of(text.get())];
     if (slot.text) return;
     bool surrogate = false;  // a constant has none
-    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate)};
+    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate, counting)};
   }
   const std::size_t* find(const PyObject* text) const {
     const Slot& slot = slots_[slot_of(text)];
@@ -98,6 +99,8 @@ struct Binding {
 };
 
 struct State {
+  // Read from the environment when the module object is made.
+  next_steps::Settings settings;
   std::array<Object, next_steps::name_texts.size()> names;
   std::array<Object, next_steps::function_names.size()> function_names;
   // The module's own function objects by Fn, to tell whether a name still
@@ -120,13 +123,14 @@ struct State {
   // __eq__ may run host code) leaves it stale.  Only a watched namespace
   // keeps names: there the count moves before any change, so a kept name
   // is exactly what a lookup would find.  A missing name is looked up again
-  // at each read, so that it fails at each call as a lookup does.
+  // at each read, so that it fails at each call as a lookup does.  Without
+  // the namespace_cache shortcut no name is kept, and every read looks up.
   PyObject* bound_to(PyObject* dict, std::size_t f) {
     Binding& b = bindings[f];
     const std::uint64_t now = watched_changes;
     if (b.changes == now) return b.found;
     PyObject* found = PyDict_GetItemWithError(dict, function_names[f].get());
-    if (found && watcher >= 0) b = {found, now};
+    if (found && watcher >= 0 && settings.shortcuts.on(next_steps::Shortcut::namespace_cache)) b = {found, now};
     return found;
   }
 

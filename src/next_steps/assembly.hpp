@@ -28,7 +28,9 @@ template <class M>
 class SeenCalls {
  public:
   using Value = typename M::Value;
-  SeenCalls(M& m, const Value& steps) : m_(m), by_value_(plain(steps, Kind::list) || plain(steps, Kind::tuple)) {
+  SeenCalls(M& m, const Value& steps)
+      : m_(m),
+        by_value_(m.shortcut(Shortcut::value_told_repeats) && (plain(steps, Kind::list) || plain(steps, Kind::tuple))) {
     if (by_value_) calls_.reserve(m.length(steps));  // a plain list's length runs no host code
   }
 
@@ -169,17 +171,18 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     // The module's own functions hand back new plain lists that nothing
     // else holds: such a list is used as it is instead of a copy of it (the
     // signal count read before the usual steps join it).
+    const bool own_lists = m.shortcut(Shortcut::own_lists);
     const std::size_t own_signals = signals.own ? m.length(signal) : 0;
-    V all = signals.own ? signal : m.list_of(signal);
+    V all = own_lists && signals.own ? signal : m.list_of(signal);
     m.for_each_item(usual, [&](const V& step) {
       m.append(all, step);
       return true;
     });
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
     if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
-    const V kept = deduplicated.own ? next_steps::deduplicated(m, all, true) : m.invoke(deduplicated, all);
+    const V kept = deduplicated.own ? next_steps::deduplicated(m, all, own_lists) : m.invoke(deduplicated, all);
     const auto cap = static_cast<std::size_t>(max_steps);
-    steps = deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);
+    steps = own_lists && deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);
     const std::size_t signalled = signals.own ? own_signals : m.length(signal);
     keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(signalled), max_steps));
   }

@@ -62,7 +62,8 @@ std::int64_t hint_size(M& m, const typename M::Value& v) {
 // after it as before, found through the namespace then.
 template <class M>
 std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Value& response) {
-  if (m.template holds_own<Fn::encoded_size>() && m.template holds_own<Fn::hint_size>()) {
+  if (m.shortcut(Shortcut::one_walk) && m.template holds_own<Fn::encoded_size>() &&
+      m.template holds_own<Fn::hint_size>()) {
     HintSizeSink sink;
     count_compact(m, response, sink);
     const auto size = static_cast<std::int64_t>(sink.bytes);
@@ -117,7 +118,7 @@ class StepListSizes {
       if (!made(steps)) count_compact(m_, steps, *measured_);
     }
     const Kind kind = m_.kind(steps);
-    reusable_ = plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
+    reusable_ = m_.shortcut(Shortcut::reused_prefix_sizes) && plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
                 measured_->ends.size() == n;
     return static_cast<std::int64_t>(measured_->bytes);
   }
@@ -165,8 +166,8 @@ class AnswerSizes {
  public:
   using Value = typename M::Value;
   AnswerSizes(M& m, const Value& response, bool nothing_runs_between) : m_(m), response_(response) {
-    if (nothing_runs_between && m.template holds_own<Fn::encoded_size>() && m.template holds_own<Fn::hint_size>() &&
-        checked())
+    if (nothing_runs_between && m.shortcut(Shortcut::deferred_size) && m.template holds_own<Fn::encoded_size>() &&
+        m.template holds_own<Fn::hint_size>() && checked())
       return;
     std::tie(size_, hints_) = size_and_hints(m, response);
   }
@@ -179,7 +180,12 @@ class AnswerSizes {
 
  private:
   bool checked() {
-    HintCheckSink sink;
+    if (m_.shortcut(Shortcut::check_walk)) return checked_by<HintCheckSink>();
+    return checked_by<PlainCheckSink>();
+  }
+  template <class Sink>
+  bool checked_by() {
+    Sink sink;
     sink.quiet = m_.quiet_fields(response_);
     try {
       count_compact(m_, response_, sink);

@@ -13,6 +13,7 @@
 
 #include "next_steps/address_slot.hpp"
 #include "next_steps/model.hpp"
+#include "next_steps/shortcuts.hpp"
 #include "next_steps/text.hpp"
 
 namespace next_steps {
@@ -24,9 +25,10 @@ struct SizeSink {
   static constexpr std::string_view item_sep = ",", key_sep = ":";
   std::size_t bytes = 0;
   bool surrogate = false;
+  Counting counting = Counting::plain;  // the model's, set by the walk
   void ascii(const char*, std::size_t n) { bytes += n; }
   void ascii(std::string_view s) { bytes += s.size(); }
-  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate); }
+  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate, counting); }
 };
 
 // Writes the compact text as code points; only made to hand the host a text
@@ -69,12 +71,18 @@ struct HintSizeSink : WatchedSizeSink {
 
 // Counts the hint bytes as HintSizeSink does, but not the rest of the text:
 // outside hint fields the walk only looks for what fails to encode.  A
-// one-byte string and a float always encode, so they are not looked at,
-// nor are the fields of the top dict known to hold neither a hint field nor
-// anything that fails (by identity; see HostModel::quiet_fields).  The walk
-// runs no host code: where it would, it stops (WouldRunHostCode).
+// one-byte string, an int within a double's range and a float always
+// encode, so they are not looked at (with the check_walk shortcut; the
+// plain check looks at every value), nor are the fields of the top dict
+// known to hold neither a hint field nor anything that fails (by identity;
+// see HostModel::quiet_fields).  The walk runs no host code: where it
+// would, it stops (WouldRunHostCode).
 struct HintCheckSink : HintSizeSink {
+  static constexpr bool skips_safe_values = true;
   std::span<const void* const> quiet;
+};
+struct PlainCheckSink : HintCheckSink {
+  static constexpr bool skips_safe_values = false;
 };
 
 // Thrown by a walk that must not run host code where it would have to.
@@ -93,6 +101,8 @@ template <class Sink>
 concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
 template <class Sink>
 concept ChecksOutsideHints = std::is_base_of_v<HintCheckSink, Sink>;
+template <class Sink>
+concept SkipsSafeValues = ChecksOutsideHints<Sink> && Sink::skips_safe_values;
 template <class Sink>
 concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
@@ -215,7 +225,9 @@ template <class M, class Sink>
 class Writer {
  public:
   using Value = typename M::Value;
-  Writer(M& m, Sink& sink) : m_(m), sink_(sink), levels_(m) {}
+  Writer(M& m, Sink& sink) : m_(m), sink_(sink), keys_known_(m.shortcut(Shortcut::key_caches)), levels_(m) {
+    if constexpr (Sink::counts) sink_.counting = m.counting();
+  }
 
   // Scalars are written in place; containers and other values, which may
   // run host code, in functions of their own.  The bodies of the loops over
@@ -227,7 +239,7 @@ class Writer {
       case Kind::null: return sink_.ascii("null");
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
       case Kind::str:
-        if constexpr (ChecksOutsideHints<Sink>) {
+        if constexpr (SkipsSafeValues<Sink>) {
           if (sink_.hidden == 0 && m_.str_width(v) == 1) return;  // cannot fail
         }
         return sink_.token(m_.str_view(v));
@@ -257,7 +269,7 @@ class Writer {
   }
 
   void integer(const Value& v) {
-    if constexpr (ChecksOutsideHints<Sink>) {
+    if constexpr (SkipsSafeValues<Sink>) {
       if (sink_.hidden == 0 && m_.int_is_short(v)) return;  // cannot fail
     }
     if constexpr (Sink::counts) {
@@ -270,7 +282,7 @@ class Writer {
   }
 
   void real(double d) {
-    if constexpr (ChecksOutsideHints<Sink>) {
+    if constexpr (SkipsSafeValues<Sink>) {
       if (sink_.hidden == 0) return;
     }
     if constexpr (Sink::counts) {
@@ -290,13 +302,13 @@ class Writer {
   }
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
-    if constexpr (ChecksOutsideHints<Sink>) {
+    if constexpr (SkipsSafeValues<Sink>) {
       if (sink_.hidden == 0) {  // its size is not needed
         const void* id = m_.identity(k);
-        if (plain_keys_.holds(id)) return false;
+        if (plain_keys_.holds(id)) return false;  // never, without key caches: none is added
         if (m_.str_width(k) == 1) {
           const bool hint = names_hint(k);
-          if (!hint) plain_keys_.add(id);
+          if (!hint && keys_known_) plain_keys_.add(id);
           return hint;
         }
       }
@@ -438,8 +450,9 @@ class Writer {
   std::string scratch_;
   struct NoKeySizes {};
   [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
-  [[no_unique_address]] std::conditional_t<ChecksOutsideHints<Sink>, PlainKeys, NoKeySizes> plain_keys_;
-  bool keys_known_ = true;  // no host code ran yet: the key sizes hold
+  [[no_unique_address]] std::conditional_t<SkipsSafeValues<Sink>, PlainKeys, NoKeySizes> plain_keys_;
+  // The key caches are on and no host code ran yet: the key sizes hold.
+  bool keys_known_;
   Levels<M> levels_;
 };
 

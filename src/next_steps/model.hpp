@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "next_steps/shortcuts.hpp"
 #include "next_steps/text.hpp"
 #include "next_steps/vocabulary.hpp"
 
@@ -61,6 +62,9 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
   // == of plain texts, of plain lists of them, or of plain dicts of both
   { m.same_plain(v, v) } -> std::same_as<bool>;
+  // The module object's settings: whether a shortcut is on, and how strings are counted.
+  { m.shortcut(Shortcut::one_walk) } -> std::same_as<bool>;
+  { m.counting() } -> std::same_as<Counting>;
   m.made_steps().forget();  // the steps this call made, with their fields (made_steps.hpp)
   m.raise_encode_error(raw);
   m.recursion_guard(" while encoding a JSON object");  // a level deeper until the guard ends

@@ -92,7 +92,7 @@ template <class M>
 typename M::Value tests_scope(M& m, const typename M::Value& response, const typename M::Value& arguments) {
   using V = typename M::Value;
   // One file past the cap tells whether the answer lists them all.
-  const V files = m.template holds_own<Fn::answer_files>()
+  const V files = m.shortcut(Shortcut::leading_files) && m.template holds_own<Fn::answer_files>()
                       ? leading_answer_files(m, response, arguments, static_cast<std::size_t>(max_step_files) + 1)
                       : m.template call<Fn::answer_files>(response, arguments);
   const V base = m.get(response, Name::base_branch);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #if defined(__x86_64__) || defined(_M_X64)
@@ -364,23 +365,40 @@ inline const bool cpu_has_avx2 = [] {
 // that sets up its constant vectors.
 template <class Char>
 inline constexpr std::size_t avx2_from = WideLanes<Char>::count * (sizeof(Char) == 1 ? 2 : 1);
-
-// extra_bytes a vector at a time, on the widest vectors this CPU has.
-template <class Char, bool Ascii = false>
-std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
-  if (n >= avx2_from<Char> && cpu_has_avx2) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
-  return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
-}
-#else
-template <class Char, bool Ascii = false>
-std::size_t extra_bytes_fast(const Char* s, std::size_t n, bool& surrogate) {
-  return extra_bytes(s, n, surrogate);
-}
 #endif
 
+}  // namespace detail
+
+// How a string's bytes are counted: a code point at a time, or a vector of
+// SSE2 (part of every x86-64) or of AVX2 at a time.  A module object picks
+// one when it is made (shortcuts.hpp).
+enum class Counting : std::uint8_t { plain, sse2, avx2 };
+inline constexpr std::array<std::string_view, 3> counting_names = {"plain", "sse2", "avx2"};
+
+// The widest this CPU runs; it runs every level below too.
+inline Counting best_counting() {
+#if defined(__x86_64__) || defined(_M_X64)
+  return detail::cpu_has_avx2 ? Counting::avx2 : Counting::sse2;
+#else
+  return Counting::plain;
+#endif
+}
+
+namespace detail {
+
+// extra_bytes at a level this CPU runs.
 template <class Char, bool Ascii = false>
-std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
-  return n + 2 + extra_bytes_fast<Char, Ascii>(static_cast<const Char*>(data), n, surrogate);
+std::size_t extra_bytes_at(Counting level, const Char* s, std::size_t n, bool& surrogate) {
+#if defined(__x86_64__) || defined(_M_X64)
+  if (level == Counting::avx2 && n >= avx2_from<Char>) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
+  if (level != Counting::plain) return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
+#endif
+  return extra_bytes(s, n, surrogate);
+}
+
+template <class Char, bool Ascii = false>
+std::size_t token_bytes(Counting level, const void* data, std::size_t n, bool& surrogate) {
+  return n + 2 + extra_bytes_at<Char, Ascii>(level, static_cast<const Char*>(data), n, surrogate);
 }
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
@@ -397,13 +415,13 @@ void put_u_escape(Out& out, std::uint32_t unit) {
 // UTF-8 bytes of the string token (quotes included) with non-ASCII written
 // unchanged.  A lone surrogate cannot be encoded: `surrogate` is set and the
 // count goes on, as the host writes the whole text before it encodes it.
-inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate) {
+inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate, Counting level) {
   switch (s.width) {
     case 1:
-      if (s.ascii) return detail::token_bytes<std::uint8_t, true>(s.data, s.length, surrogate);
-      return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
-    case 2: return detail::token_bytes<std::uint16_t>(s.data, s.length, surrogate);
-    default: return detail::token_bytes<std::uint32_t>(s.data, s.length, surrogate);
+      if (s.ascii) return detail::token_bytes<std::uint8_t, true>(level, s.data, s.length, surrogate);
+      return detail::token_bytes<std::uint8_t>(level, s.data, s.length, surrogate);
+    case 2: return detail::token_bytes<std::uint16_t>(level, s.data, s.length, surrogate);
+    default: return detail::token_bytes<std::uint32_t>(level, s.data, s.length, surrogate);
   }
 }
 

@@ -18,8 +18,10 @@ Json add(NativeModel& m, const Json& answer, const char* tool, const char* actio
   return result;
 }
 
-TEST(AddNextSteps, SignalFirstThenUsualWithoutRepeatsCappedAtThree) {
-  NativeModel m;
+class AddNextSteps : public next_steps::testing::BothModes {};
+NEXT_STEPS_BOTH_MODES(AddNextSteps);
+
+TEST_P(AddNextSteps, SignalFirstThenUsualWithoutRepeatsCappedAtThree) {
   m.bind(Fn::usual, [](const std::vector<Json>&) {
     return J("[" STEP("search", R"({"query":"q","action":"semantic"})", "same call, other reason") "," S1 "," S2
              "," STEP("c", "{}", "three") "]");

@@ -73,8 +73,10 @@ TEST(CallKey, IsSortedAsciiTextSoThatOrderAndReasonDoNotMatter) {
   }
 }
 
-TEST(EncodingFailures, AreTheHostsErrorsAndTheFirstFailureWins) {
-  NativeModel m;
+class EncodingFailures : public next_steps::testing::BothModes {};
+NEXT_STEPS_BOTH_MODES(EncodingFailures);
+
+TEST_P(EncodingFailures, AreTheHostsErrorsAndTheFirstFailureWins) {
   auto circle = json::list({J("1")});
   circle->items.push_back(circle);
   auto deep = J("[]");

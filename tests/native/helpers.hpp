@@ -90,4 +90,21 @@ std::pair<ErrorKind, std::string> raised(F&& f) {
   return {ErrorKind::attribute, ""};
 }
 
+// A test run with every shortcut and again with none, each function on its
+// plain path: both must give the same.
+class BothModes : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (!GetParam()) m.settings = {Shortcuts::none(), Counting::plain};
+  }
+  NativeModel m;
+};
+
+inline std::string mode_name(const ::testing::TestParamInfo<bool>& info) {
+  return info.param ? "shortcuts" : "plain";
+}
+
+#define NEXT_STEPS_BOTH_MODES(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Modes, Suite, ::testing::Bool(), next_steps::testing::mode_name)
+
 }  // namespace next_steps::testing
