@@ -386,14 +386,25 @@ inline Counting best_counting() {
 
 namespace detail {
 
+// The plain walk out of line, so that the vector counts stay compact where
+// they are inlined.
+template <class Char>
+[[gnu::noinline, gnu::cold]] std::size_t extra_bytes_plain(const Char* s, std::size_t n, bool& surrogate) {
+  return extra_bytes(s, n, surrogate);
+}
+
 // extra_bytes at a level this CPU runs.
 template <class Char, bool Ascii = false>
 std::size_t extra_bytes_at(Counting level, const Char* s, std::size_t n, bool& surrogate) {
 #if defined(__x86_64__) || defined(_M_X64)
-  if (level == Counting::avx2 && n >= avx2_from<Char>) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
-  if (level != Counting::plain) return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
-#endif
+  if (level == Counting::plain) [[unlikely]]
+    return extra_bytes_plain(s, n, surrogate);
+  if (n >= avx2_from<Char> && level == Counting::avx2) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
+  return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
+#else
+  static_cast<void>(level);
   return extra_bytes(s, n, surrogate);
+#endif
 }
 
 template <class Char, bool Ascii = false>
