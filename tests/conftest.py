@@ -2,8 +2,16 @@
 a test swaps one by rebinding the name on the module; monkeypatch restores it."""
 
 import importlib
+import os
 
 import pytest
+from hypothesis import settings
+
+# Property tests that set no number of examples run as many as the profile
+# says: a few hundred here, many more in CI (HYPOTHESIS_PROFILE=ci).
+settings.register_profile("dev", max_examples=200)
+settings.register_profile("ci", max_examples=3000)
+settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "dev"))
 
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
 

@@ -7,10 +7,8 @@ from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
-from test_encoding import HUGE_INT, SLOW, floats, ints, keys, leaves, outcome, poisons, texts
-
-
-Tip, Answer, Rows = type("Tip", (str,), {}), type("Answer", (dict,), {}), type("Rows", (list,), {})
+from strategies import HUGE_INT, SLOW, Answer, answers, leaves, plain_values, poisons
+from test_encoding import outcome
 
 
 def answer_of(total, hints):
@@ -98,14 +96,6 @@ def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
     assert (kept is steps) == (len(kept) == len(steps))
 
 
-def answers(children):
-    # Keys are hint fields by their characters, not their type; names match exactly.
-    entries = st.dictionaries(st.one_of(st.sampled_from(["tip", "note", "hints", "next_steps", "Tip", Tip("tip")]), keys),
-                              children, max_size=4)
-    items = st.lists(children, max_size=4)
-    return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows))
-
-
 @settings(max_examples=1000, **SLOW)
 @given(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=20))
 def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
@@ -175,18 +165,6 @@ def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note,
     steps, keep = assembled_for_callers(ns, answer, arguments)
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
     assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
-
-
-# Values whose walk runs no host code: no subclass of a container, no other
-# value, but every failure that a plain value can hold.
-plain_values = st.recursive(
-    st.one_of(st.none(), st.booleans(), ints, floats, texts,
-              st.sampled_from(["\ud800", "a\udfffb", HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}])),
-    lambda children: st.one_of(st.dictionaries(st.one_of(keys, keys, st.sampled_from(["tip", "note", "\udc00"])),
-                                               children, max_size=4),
-                               st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple)),
-    max_leaves=12,
-)
 
 
 # Steps the module made fit within the floor whatever the answer's size: the

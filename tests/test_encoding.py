@@ -3,16 +3,14 @@ the budget counts the bytes the agent receives and repeated calls are told
 apart by their sorted JSON text, so json.dumps is the arbiter, failures included.
 """
 
-import enum
 import functools
 import json
-import sys
-from collections import namedtuple
 
 import pytest
-from hypothesis import HealthCheck, example, given, settings
+from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe
+from strategies import SLOW, Answer, NoText, Rows, Text, poisoned_values, values
 
 
 def outcome(function, *args):
@@ -21,99 +19,6 @@ def outcome(function, *args):
         return ("value", function(*args))
     except Exception as error:
         return (type(error), str(error))
-
-
-class Text:  # known to the encodings only by its text form
-    def __init__(self, text):
-        self.text = text
-
-    def __str__(self):
-        return self.text
-
-
-class NoText:
-    def __str__(self):
-        raise RuntimeError("no text form")
-
-
-class WrongText:
-    def __str__(self):
-        return 42  # str() refuses it with TypeError
-
-
-class Huge(int):
-    """An int too long for str(); its repr stays printable in reports."""
-
-    def __repr__(self):
-        return "Huge(...)"
-
-
-# Written as their own characters and value, whatever their str() or repr() says.
-Name = type("Name", (str,), {"__str__": lambda self: "not this"})
-Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
-
-
-Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
-Answer = type("Answer", (dict,), {})
-Rows = type("Rows", (list,), {})
-Pair = namedtuple("Pair", "first second")
-HUGE_INT = Huge(10 ** (sys.get_int_max_str_digits() + 1))
-
-SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
-SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
-                  sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
-
-plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
-# Strings are counted a vector at a time: long runs without escapes, in every
-# storage width (the marker widens it), of every length around a vector's.
-ESCAPES = "\x00\x08\t\n\x1f\"\\"
-MARKERS = ["", "\x7f", "é", "\u07ff", "\u0800", "\uffff", "😀"]
-runs = st.one_of(
-    *(st.text(st.characters(min_codepoint=0x20, max_codepoint=top, exclude_characters="\"\\", codec="utf-8"), max_size=40)
-      for top in (0x7F, 0xFF, 0xFFFF, 0x10FFFF))
-)
-spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
-long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
-texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
-# Wide ints are counted from their double, except next to a power of ten.
-near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
-                        st.sampled_from([1, -1]))
-ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, st.sampled_from(list(Level)))
-# Rounded values (scores, durations) are counted without the general digits algorithm.
-rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
-floats = st.one_of(st.floats(), rounded, st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
-others = st.one_of(
-    texts.map(Text),
-    st.frozensets(st.integers(0, 9), max_size=3).map(set),
-    st.binary(max_size=6),
-    st.complex_numbers(allow_nan=False, max_magnitude=1e6),
-)
-keys = st.one_of(texts, st.integers(), st.floats(), st.booleans(), st.none(), st.sampled_from(list(Level)))
-leaves = st.one_of(st.none(), st.booleans(), ints, floats, texts, others)
-
-
-def records(names, rows):
-    """Rows of one shape, sharing their key objects as a tool's hits do."""
-    return [dict(zip(names, row)) for row in rows]
-
-
-def containers(children):
-    items = st.lists(children, max_size=4)
-    entries = st.dictionaries(keys, children, max_size=4)
-    pairs = st.tuples(children, children).map(lambda pair: Pair(*pair))
-    rows = st.builds(records, st.lists(texts, max_size=3), st.lists(st.lists(children, min_size=3, max_size=3), max_size=3))
-    return st.one_of(items, items.map(tuple), items.map(Rows), pairs, entries, entries.map(Answer), rows)
-
-
-values = st.recursive(leaves, containers, max_leaves=25)
-
-# Values that the writer refuses, placed among ordinary values.
-poisons = st.sampled_from(
-    ["\ud800", "a\udfffb", Text("\udc00"), NoText(), WrongText(), HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}]
-) | st.builds(lambda a, lone, b: a + lone + b, long_texts, st.sampled_from(["\ud800", "\udfff"]), long_texts)
-poisoned_values = st.recursive(st.one_of(leaves, poisons), containers, max_leaves=12)
-
-SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
 
 
 @settings(max_examples=2300, **SLOW)

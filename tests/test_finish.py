@@ -9,7 +9,8 @@ import pytest
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import HINT_FLOOR_BYTES, MAX_STEPS
-from test_encoding import HUGE_INT, SLOW, floats, outcome, poisons, texts, values
+from strategies import HUGE_INT, SLOW, floats, poisons, texts, values
+from test_encoding import outcome
 
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
 

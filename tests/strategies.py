@@ -1,0 +1,278 @@
+"""Hypothesis strategies that the tests share: values of every kind the
+module's walks meet, the values that the host's JSON writer refuses, and
+answers that carry every value a shortcut's guard exists for."""
+
+import enum
+import sys
+from collections import namedtuple
+
+from hypothesis import HealthCheck
+from hypothesis import strategies as st
+
+class Text:  # known to the encodings only by its text form
+    def __init__(self, text):
+        self.text = text
+
+    def __str__(self):
+        return self.text
+
+
+class NoText:
+    def __str__(self):
+        raise RuntimeError("no text form")
+
+
+class WrongText:
+    def __str__(self):
+        return 42  # str() refuses it with TypeError
+
+
+class Huge(int):
+    """An int too long for str(); its repr stays printable in reports."""
+
+    def __repr__(self):
+        return "Huge(...)"
+
+
+# Written as their own characters and value, whatever their str() or repr() says.
+Name = type("Name", (str,), {"__str__": lambda self: "not this"})
+Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
+
+
+Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
+Answer = type("Answer", (dict,), {})
+Rows = type("Rows", (list,), {})
+Pair = namedtuple("Pair", "first second")
+# Ints past the digit limit the host writes (4300 digits unless set), of
+# its own type and of a subclass, and one past a double's range that it writes.
+# An exact one has no printable repr, so strategies build it rather than
+# name it, and a failing example shows how it was built.
+LONG_INT = 10 ** ((sys.get_int_max_str_digits() or 4300) + 1)
+HUGE_INT = Huge(LONG_INT)
+WIDE_INT = 10**400
+long_ints = st.builds(lambda sign: sign * LONG_INT, st.sampled_from([1, -1]))
+
+SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
+SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
+                  sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
+
+plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
+# Strings are counted a vector at a time: long runs without escapes, in every
+# storage width (the marker widens it), of every length around a vector's.
+ESCAPES = "\x00\x08\t\n\x1f\"\\"
+MARKERS = ["", "\x7f", "é", "\u07ff", "\u0800", "\uffff", "😀"]
+runs = st.one_of(
+    *(st.text(st.characters(min_codepoint=0x20, max_codepoint=top, exclude_characters="\"\\", codec="utf-8"), max_size=40)
+      for top in (0x7F, 0xFF, 0xFFFF, 0x10FFFF))
+)
+spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
+long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
+texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
+# Wide ints are counted from their double, except next to a power of ten.
+near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
+                        st.sampled_from([1, -1]))
+ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, st.sampled_from(list(Level)))
+# Rounded values (scores, durations) are counted without the general digits algorithm.
+rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
+floats = st.one_of(st.floats(), rounded, st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
+others = st.one_of(
+    texts.map(Text),
+    st.frozensets(st.integers(0, 9), max_size=3).map(set),
+    st.binary(max_size=6),
+    st.complex_numbers(allow_nan=False, max_magnitude=1e6),
+)
+keys = st.one_of(texts, st.integers(), st.floats(), st.booleans(), st.none(), st.sampled_from(list(Level)))
+leaves = st.one_of(st.none(), st.booleans(), ints, floats, texts, others)
+
+
+def records(names, rows):
+    """Rows of one shape, sharing their key objects as a tool's hits do."""
+    return [dict(zip(names, row)) for row in rows]
+
+
+def containers(children):
+    items = st.lists(children, max_size=4)
+    entries = st.dictionaries(keys, children, max_size=4)
+    pairs = st.tuples(children, children).map(lambda pair: Pair(*pair))
+    rows = st.builds(records, st.lists(texts, max_size=3), st.lists(st.lists(children, min_size=3, max_size=3), max_size=3))
+    return st.one_of(items, items.map(tuple), items.map(Rows), pairs, entries, entries.map(Answer), rows)
+
+
+values = st.recursive(leaves, containers, max_leaves=25)
+
+# Values that the writer refuses, placed among ordinary values.
+poisons = st.sampled_from(
+    ["\ud800", "a\udfffb", Text("\udc00"), NoText(), WrongText(), HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}]
+) | st.builds(lambda a, lone, b: a + lone + b, long_texts, st.sampled_from(["\ud800", "\udfff"]), long_texts)
+poisoned_values = st.recursive(st.one_of(leaves, poisons), containers, max_leaves=12)
+
+SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
+
+Tip = type("Tip", (str,), {})
+
+
+def answers(children):
+    # Keys are hint fields by their characters, not their type; names match exactly.
+    entries = st.dictionaries(st.one_of(st.sampled_from(["tip", "note", "hints", "next_steps", "Tip", Tip("tip")]), keys),
+                              children, max_size=4)
+    items = st.lists(children, max_size=4)
+    return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows))
+
+
+# Values whose walk runs no host code: no subclass of a container, no other
+# value, but every failure that a plain value can hold.
+plain_values = st.recursive(
+    st.one_of(st.none(), st.booleans(), ints, floats, texts,
+              st.sampled_from(["\ud800", "a\udfffb", {(1, 2): 3}]), long_ints, long_ints.map(lambda n: {n: 1})),
+    lambda children: st.one_of(st.dictionaries(st.one_of(keys, keys, st.sampled_from(["tip", "note", "\udc00"])),
+                                               children, max_size=4),
+                               st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple)),
+    max_leaves=12,
+)
+
+
+# --- answers that carry every value a shortcut's guard exists for
+
+LONE = ["\ud800", "\udbff", "\udc00", "\udfff"]
+# A lone surrogate inside text of every storage width, a subclass's too.
+lone_texts = st.builds(lambda a, lone, b: a + lone + b, plain_texts | long_texts, st.sampled_from(LONE),
+                       plain_texts | long_texts)
+hard_texts = st.one_of(texts, lone_texts, lone_texts.map(Name))
+hard_ints = st.one_of(ints, long_ints, st.sampled_from([HUGE_INT, WIDE_INT, -WIDE_INT, 2**1024, True]))
+hard_leaves = st.one_of(st.none(), hard_ints, floats, hard_texts, others, poisons)
+HINT_FIELDS = ["tip", "note", "notes", "hints", "next_steps", "Tip", Tip("tip")]
+hard_keys = st.one_of(keys, lone_texts, st.sampled_from(HINT_FIELDS))
+
+
+def hard_containers(children):
+    entries = st.dictionaries(hard_keys, children, max_size=4)
+    items = st.lists(children, max_size=4)
+    return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows),
+                     st.tuples(children, children).map(lambda pair: Pair(*pair)))
+
+
+hard_values = st.recursive(hard_leaves, hard_containers, max_leaves=16)
+
+# Exact containers of ASCII texts, short ints, floats and nulls: the fields
+# a copy finds quiet, unless one hard value is planted deep inside.
+quiet_leaves = st.one_of(st.none(), st.booleans(), st.integers(-(10**6), 10**6), st.floats(allow_nan=False),
+                         st.text("abcxyz_./ ", max_size=8))
+quiet_values = st.recursive(
+    quiet_leaves,
+    lambda children: st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), children, max_size=4)
+    | st.lists(children, max_size=4),
+    max_leaves=12,
+)
+
+
+def containers_in(value):
+    """The dicts and lists of a value, outermost first, each once."""
+    found, stack = [], [value]
+    while stack:
+        v = stack.pop()
+        if isinstance(v, (dict, list)) and all(v is not f for f in found):
+            found.append(v)
+            stack.extend(reversed(list(v.values() if isinstance(v, dict) else v)))
+    return found
+
+
+@st.composite
+def planted(draw, hard=hard_values):
+    """A quiet field with a hard value put into one of its containers."""
+    field = draw(st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), quiet_values, min_size=1, max_size=3))
+    target = draw(st.sampled_from(containers_in(field)))
+    value = draw(hard)
+    if isinstance(target, dict):
+        target[draw(hard_keys | st.just("z"))] = value
+    else:
+        target.insert(draw(st.integers(0, len(target))), value)
+    return field
+
+
+# The fields steps are made of, with the hard values they may hold.
+hard_paths = st.one_of(hard_texts, st.sampled_from(["src/app/lexer.py", "src/app/main.py", "tests/test_lexer.py"]))
+hits = st.lists(
+    st.one_of(
+        st.fixed_dictionaries({}, optional={"fqn": hard_texts | hard_leaves, "path": hard_paths, "file": hard_paths,
+                                            "name": hard_texts, "kind": st.sampled_from(["function", "module", "doc"])
+                                            | hard_texts}),
+        hard_paths,
+    ).flatmap(lambda hit: st.sampled_from([hit, Answer(hit)]) if isinstance(hit, dict) else st.just(hit)),
+    max_size=5,
+)
+own_steps = st.lists(
+    st.fixed_dictionaries({"tool": hard_texts | hard_leaves, "args": hard_values | st.dictionaries(hard_keys, hard_texts),
+                           "reason": hard_texts}),
+    max_size=4,
+)
+STEP_FIELDS = {
+    "fqn": hard_texts, "file": hard_paths, "query": hard_texts, "path": hard_paths, "base_branch": hard_texts,
+    "total_count": hard_ints, "total": hard_ints, "files_omitted": st.booleans() | hard_ints,
+    "files": st.lists(hard_paths | st.builds(dict, path=hard_paths), max_size=15),
+    "affected_files": st.lists(hard_paths, max_size=4),
+    "results": hits, "symbols": hits, "callers": hits, "references": hits, "tests": hits, "definitions": hits,
+    "next_steps": own_steps, "tip": hard_values, "note": hard_texts,
+}
+
+
+@st.composite
+def hard_answers(draw):
+    """An answer of fields that steps are made of, quiet fields with or
+    without a hard value planted deep inside, and any other value."""
+    answer = {}
+    for field in draw(st.lists(st.sampled_from(sorted(STEP_FIELDS)), unique=True, max_size=6)):
+        answer[field] = draw(STEP_FIELDS[field])
+    for name in draw(st.lists(st.sampled_from(["rows", "stats", "more", "deep"]), unique=True, max_size=3)):
+        answer[name] = draw(st.one_of(quiet_values, planted(), hard_values))
+    return draw(st.sampled_from([answer, Answer(answer)])) if draw(st.integers(0, 9)) == 0 else answer
+
+
+def hard_kinds(value):
+    """The kinds of hard value that a value holds, for counting what the
+    strategies draw."""
+    kinds, stack, depth_of = set(), [(value, 0)], {}
+    while stack:
+        v, depth = stack.pop()
+        if isinstance(v, str):
+            if any(c in v for c in LONE):
+                kinds.add("lone surrogate in a text")
+            if type(v) is not str:
+                kinds.add("str subclass")
+        elif isinstance(v, bool) or isinstance(v, float):
+            continue
+        elif isinstance(v, int):
+            if type(v) is not int:
+                kinds.add("int subclass")
+            if abs(v) >= LONG_INT // 10:
+                kinds.add("int past the digit limit")
+            elif abs(v) > 2**1024:
+                kinds.add("int past a double's range")
+        elif isinstance(v, (NoText, WrongText)):
+            kinds.add("value whose str() fails")
+        elif isinstance(v, tuple):
+            kinds.add("tuple")
+            stack.extend((item, depth + 1) for item in v)
+        elif isinstance(v, (dict, list)) and id(v) not in depth_of:
+            depth_of[id(v)] = depth
+            if isinstance(v, dict):
+                if type(v) is not dict:
+                    kinds.add("dict subclass")
+                for key, item in dict.items(v):
+                    if isinstance(key, str) and any(c in key for c in LONE):
+                        kinds.add("lone surrogate in a key")
+                    if key in HINT_FIELDS and depth > 0:
+                        kinds.add("hint field below the top")
+                    stack.append((item, depth + 1))
+            else:
+                stack.extend((item, depth + 1) for item in list.__iter__(v))
+    return kinds
+
+
+def quiet_field_with_hard_value(answer):
+    """Whether a field of the answer is made of exact dicts and lists only,
+    with a hard value somewhere inside: what the copy's survey must catch."""
+    return isinstance(answer, dict) and any(
+        isinstance(field, (dict, list)) and all(type(c) in (dict, list) for c in containers_in(field))
+        and hard_kinds(field) - {"hint field below the top"}
+        for field in dict.values(answer)
+    )
