@@ -139,11 +139,101 @@ def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls, assemblin
     assert value.calls == calls
 
 
-def test_steps_holding_other_values_are_measured_anew_for_each_length(ns):
+class Growing:
+    """An other value whose text, taken while the steps are measured, lengthens the answer."""
+
+    def __init__(self, answer):
+        self.answer, self.calls = answer, 0
+
+    def __str__(self):
+        self.calls += 1
+        self.answer["pad"] = "x" * (20 * HINT_FLOOR_BYTES)
+        return "g"
+
+
+class Keep(int):
+    """A keep whose comparisons run host code: the second lengthens the first step."""
+
+    def __new__(cls, steps):
+        keep = super().__new__(cls, 0)
+        keep.steps, keep.calls = steps, 0
+        return keep
+
+    def __lt__(self, n):
+        self.calls += 1
+        if self.calls == 2:
+            self.steps[0]["reason"] = "r" * (3 * HINT_FLOOR_BYTES)
+        return 0 < n
+
+
+class Measured(list):
+    """Steps whose length is host code."""
+
+    calls = 0
+
+    def __len__(self):
+        self.calls += 1
+        return super().__len__()
+
+
+def measured_anew():
     value = Counted()
-    steps = [[value], "x" * HINT_FLOOR_BYTES]
-    assert ns._within_share({}, steps, keep=0) == [[value]]
-    assert value.calls == 2
+    return {}, [[value], "x" * HINT_FLOOR_BYTES], 0, value
+
+
+def growing_answer():
+    answer = {}
+    value = Growing(answer)
+    return answer, [value, "s" * HINT_FLOOR_BYTES], 0, value
+
+
+def steps_of_their_own_length():
+    steps = Measured(["s" * HINT_FLOOR_BYTES, "t"])
+    return {}, steps, 0, steps
+
+
+def lengthening_keep():
+    steps = [{"tool": "t", "args": {}, "reason": "r"}, "s" * HINT_FLOOR_BYTES]
+    keep = Keep(steps)
+    return {}, steps, keep, keep
+
+
+# Host code that the loop runs (a step's str(), keep's comparison) may change
+# what it measures next: the answer is measured before the steps, and each
+# length anew.
+@pytest.mark.parametrize("made", [measured_anew, growing_answer, steps_of_their_own_length, lengthening_keep])
+def test_host_code_run_by_the_loop_is_run_where_the_loop_runs_it(ns, made):
+    def run(within):
+        answer, steps, keep, counted = made()
+        return len(within(answer, steps, keep)), counted.calls
+
+    assert run(lambda answer, steps, keep: ns._within_share(answer, steps, keep=keep)) == run(within_share)
+
+
+ROWS, LONG_STEPS = {"rows": ["x"]}, ["s" * HINT_FLOOR_BYTES, "t"]
+HINTS = [("_hint_size", ROWS), ("_hint_size", ["x"]), ("_hint_size", "x")]
+
+
+@pytest.mark.parametrize(
+    "rebound, steps, keep, calls",
+    [
+        (["_encoded_size", "_hint_size"], LONG_STEPS, 0,
+         [("_encoded_size", ROWS), *HINTS, ("_encoded_size", LONG_STEPS), ("_encoded_size", LONG_STEPS[:1])]),
+        (["_encoded_size"], LONG_STEPS, 0,
+         [("_encoded_size", ROWS), ("_encoded_size", LONG_STEPS), ("_encoded_size", LONG_STEPS[:1])]),
+        (["_hint_size"], LONG_STEPS, 0, HINTS),
+        # Steps no longer than keep are not measured, but the answer is.
+        (["_encoded_size"], ["s"], 1, [("_encoded_size", ROWS)]),
+        (["_hint_size"], ["s"], 1, HINTS),
+    ],
+)
+def test_rebound_sizes_are_asked_as_the_loop_asks_them(ns, monkeypatch, rebound, steps, keep, calls):
+    asked = []
+    for name in rebound:
+        own = getattr(ns, name)
+        monkeypatch.setattr(ns, name, lambda value, own=own, name=name: asked.append((name, value)) or own(value))
+    ns._within_share(ROWS, steps, keep=keep)
+    assert asked == calls
 
 
 def assembled_for_callers(ns, answer, arguments):
