@@ -136,6 +136,8 @@ steps = st.builds(
 @example([_step("file", {"path": "😀"}), _step("file", {"path": "\ud83d\ude00"})])
 @example([_step("file", {"path": ["😀"]}), _step("file", {"path": ["\ud83d\ude00"]})])
 @example([_step("file", {"path": ["a"]}), _step("file", {"path": ("a",)})])
+@example([_step(1, {}), _step(True, {})])  # equal, but written apart
+@example([_step("file", ["a"]), _step("file", ("a",))])  # arguments that are not a dict
 def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     kept = ns._deduplicated(given_steps)
     expected = dedupe(given_steps)
@@ -143,7 +145,30 @@ def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     assert all(mine is theirs for mine, theirs in zip(kept, expected, strict=True))
 
 
+class Unhashed(str):
+    """A key that no lookup of the text it holds finds."""
+
+    def __hash__(self):
+        return 0
+
+
+class Meddling(list):
+    """Steps whose iteration gives the first call the arguments of the second once it was met."""
+
+    def __iter__(self):
+        first, second = list.__iter__(self)
+        yield first
+        first["args"].update(second["args"])
+        yield second
+
+
+def test_calls_are_told_apart_as_they_were_when_met(ns):
+    kept = ns._deduplicated(Meddling([_step("t", {"fqn": "a"}), _step("t", {"fqn": "b"})]))
+    assert len(kept) == len(dedupe(Meddling([_step("t", {"fqn": "a"}), _step("t", {"fqn": "b"})]))) == 2
+
+
 BAD_STEPS = {
+    "tool-key-found-by-no-lookup": {Unhashed("tool"): "t", "args": {}, "reason": "r"},
     "unsortable-keys": _step("t", {"a": 1, 1: 2}),
     "null-key-beside-text": _step("t", {"a": 1, None: 2}),
     "failing-str": _step("t", {"o": NoText()}),
