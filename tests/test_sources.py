@@ -56,6 +56,17 @@ def test_tests_scope_looks_at_the_first_files_as_answer_files_gives_them(ns, fil
         assert ns._tests_scope(answer, {}) == ({"changed_files": named[:10]} if named else {})
 
 
+class Unhashable(str):
+    def __hash__(self):
+        raise TypeError("unhashable path")
+
+
+def test_files_past_the_cap_are_told_where_one_is_not_a_plain_text(ns):
+    answer = {"affected_files": [*TEN, "k.py", "l.py", Unhashable("m.py")]}
+    with pytest.raises(TypeError, match="unhashable path"):
+        ns._tests_scope(answer, {})
+
+
 @pytest.mark.parametrize(
     "answer, count",
     [({}, None), ({"symbols": [], "files": ["a", "b"]}, 0), ({"total_count": "7", "total": 3}, 3),
