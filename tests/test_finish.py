@@ -27,6 +27,8 @@ def test_finish_answer_copies_without_nulls(ns, monkeypatch, code_kinds):
     assert finished == {"found": True, "rows": [{"fqn": "a"}], "pair": ["x", None], "o": other}
     assert finished["o"] is other and answer["note"] is None and answer["rows"][0]["doc"] is None
     assert freshness_calls == [(finished, None)]
+    monkeypatch.setattr(ns, "without_null_fields", lambda value: {"copied": value})  # a rebound copy is called
+    assert ns.finish_answer(answer, "nope") == {"copied": answer}
 
 
 def stale(answer, block):
