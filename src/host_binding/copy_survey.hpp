@@ -100,7 +100,7 @@ class CopySurvey {
   // none if the copy was another or anything changed.
   std::span<const void* const> quiet_fields(const Object& top) const {
     if (spoiled_ || fields_.size() == 0 || top.get() != top_) return {};
-    if (watched_changes != changes_ || !lists_unchanged()) return {};
+    if (watched_changes.load(std::memory_order_relaxed) != changes_ || !lists_unchanged()) return {};
     return {fields_.begin(), fields_.end()};
   }
 
@@ -151,7 +151,7 @@ class CopySurvey {
     for (std::size_t i = marks_.lists; i < lists_.size(); ++i) Py_INCREF(lists_[i].list);
     for (std::size_t i = marks_.items; i < items_.size(); ++i) Py_INCREF(items_[i]);
     if (!fields_.push(field)) spoiled_ = true;  // a top dict of more fields than any answer has
-    changes_ = watched_changes;
+    changes_ = watched_changes.load(std::memory_order_relaxed);
   }
   void drop_field() {
     dicts_.resize(marks_.dicts);

@@ -211,6 +211,9 @@ std::string docstring(const Entry& e) {
 std::span<const Function> functions() {
   constexpr std::size_t count = std::size(table);
   // Made once and never freed: the host keeps pointers to the definitions.
+  // The first interpreter to load the module makes them (a static is made
+  // once however many threads ask at once) and every interpreter's function
+  // objects then only read them.
   struct Made {
     std::array<std::string, count> docs;
     std::array<PyMethodDef, count> defs;

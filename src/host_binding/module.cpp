@@ -243,7 +243,7 @@ class Loader {
   }
 
   static int watched_dict_changed(PyDict_WatchEvent, PyObject*, PyObject*, PyObject*) {
-    ++watched_changes;
+    watched_changes.fetch_add(1, std::memory_order_relaxed);
     return 0;
   }
 
@@ -334,7 +334,7 @@ void stop_watching(PyObject* module, State& s) {
   if (PyDict_ClearWatcher(s.watcher) < 0) PyErr_Clear();
   PyErr_SetRaisedException(raised);
   s.watcher = -1;
-  ++watched_changes;
+  watched_changes.fetch_add(1, std::memory_order_relaxed);
 }
 
 int clear(PyObject* module) {
@@ -352,11 +352,22 @@ void free_module(void* module) {
   s = nullptr;
 }
 
+// Every interpreter, those with a GIL of their own too, makes its own
+// module objects: what a call reads or writes is its module object's State
+// and that interpreter's objects, or is immutable (the logic's constexpr
+// tables, cpu_has_avx2 once the library is loaded), but for the one count of
+// watched changes, which is atomic.  The host objects that interpreters
+// share (None, True, the static types, texts interned for all) are
+// immortal, so no reference count of theirs is written from two at once.
 PyModuleDef_Slot slots[] = {
     {Py_mod_exec, reinterpret_cast<void*>(&exec_module)},
+    {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
     {0, nullptr},
 };
 
+// Mutable only for the host's sake: the host fills in its head the first
+// time an interpreter loads the module, as it does for its own modules'
+// definitions, and only reads it and the slots from then on.
 PyModuleDef definition = {
     PyModuleDef_HEAD_INIT,
     "next_steps",

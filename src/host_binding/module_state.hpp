@@ -1,9 +1,11 @@
 // What the module keeps: interned names, its own function objects and a few
 // host objects, all made by the execution slot and owned by the module
-// object (no per-process state, so a failed import can be retried).
+// object (no per-process state, so a failed import can be retried and every
+// interpreter has its own; the one count shared by all is below).
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -83,12 +85,21 @@ class ConstantSizes {
 // dicts of the copy that its measuring may pass over (copy_survey.hpp).  The
 // host's watcher callback bumps it on every add, change, removal, clear,
 // clone or deallocation of such a dict, before the change takes effect and
-// under the global lock, so what was read at the count still read now was
-// read after the last change.  One count for all module objects and dicts,
-// as the callback is told the dict and not what it is to the module; these
-// dicts change rarely, and a change just costs a lookup of each name again
-// and a walk of the copy's fields.
-inline std::uint64_t watched_changes = 1;
+// under the lock of the dict's interpreter, so what was read at the count
+// still read now (under that same lock) was read after the last change.
+//
+// One count for all module objects, dicts and interpreters: the callback is
+// told the dict and not what it is to the module, nor which module object's
+// watcher it is.  Interpreters with their own GIL bump and read it at the
+// same time, hence the atomic; relaxed is enough, as a reader only needs to
+// see the bumps of its own interpreter, which its GIL orders before the
+// read.  Another interpreter's bump moves the count too, and only makes a
+// kept name looked up once more or the copy's fields walked: these dicts
+// change rarely (the bench's calls move it never), and an x86 or ARM load
+// of it costs what a plain one does, where a count per interpreter would
+// cost a lookup of the interpreter's state in the callback and one more
+// indirection at every read.
+inline std::atomic<std::uint64_t> watched_changes = 1;
 
 // An object found under a name, valid while watched_changes still reads
 // `changes` (0: never read).  Borrowed: the namespace holds it, and can only
@@ -127,7 +138,7 @@ struct State {
   // the namespace_cache shortcut no name is kept, and every read looks up.
   PyObject* bound_to(PyObject* dict, std::size_t f) {
     Binding& b = bindings[f];
-    const std::uint64_t now = watched_changes;
+    const std::uint64_t now = watched_changes.load(std::memory_order_relaxed);
     if (b.changes == now) return b.found;
     PyObject* found = PyDict_GetItemWithError(dict, function_names[f].get());
     if (found && watcher >= 0 && settings.shortcuts.on(next_steps::Shortcut::namespace_cache)) b = {found, now};

@@ -353,7 +353,9 @@ NEXT_STEPS_AVX2 std::size_t extra_bytes_avx2(const Char* s, std::size_t n, bool&
 
 #undef NEXT_STEPS_AVX2
 
-// Whether this CPU runs AVX2 code, asked once.
+// Whether this CPU runs AVX2 code, asked once, while the library is loaded
+// (before any thread of any interpreter can call into it), and only read
+// from then on.
 inline const bool cpu_has_avx2 = [] {
   __builtin_cpu_init();
   return __builtin_cpu_supports("avx2") != 0;
