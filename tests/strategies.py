@@ -139,7 +139,8 @@ lone_texts = st.builds(lambda a, lone, b: a + lone + b, plain_texts | long_texts
                        plain_texts | long_texts)
 hard_texts = st.one_of(texts, lone_texts, lone_texts.map(Name))
 hard_ints = st.one_of(ints, long_ints, st.sampled_from([HUGE_INT, WIDE_INT, -WIDE_INT, 2**1024, True]))
-hard_leaves = st.one_of(st.none(), hard_ints, floats, hard_texts, others, poisons)
+hard_leaves = st.one_of(st.none(), hard_ints, floats, hard_texts, others, poisons,
+                        st.sampled_from([NoText(), WrongText()]))
 HINT_FIELDS = ["tip", "note", "notes", "hints", "next_steps", "Tip", Tip("tip")]
 hard_keys = st.one_of(keys, lone_texts, st.sampled_from(HINT_FIELDS))
 
@@ -177,54 +178,71 @@ def containers_in(value):
 
 
 @st.composite
-def planted(draw, hard=hard_values):
+def planted(draw, hard, keys):
     """A quiet field with a hard value put into one of its containers."""
     field = draw(st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), quiet_values, min_size=1, max_size=3))
     target = draw(st.sampled_from(containers_in(field)))
     value = draw(hard)
     if isinstance(target, dict):
-        target[draw(hard_keys | st.just("z"))] = value
+        target[draw(keys)] = value
     else:
         target.insert(draw(st.integers(0, len(target))), value)
     return field
 
 
-# The fields steps are made of, with the hard values they may hold.
-hard_paths = st.one_of(hard_texts, st.sampled_from(["src/app/lexer.py", "src/app/main.py", "tests/test_lexer.py"]))
-hits = st.lists(
-    st.one_of(
-        st.fixed_dictionaries({}, optional={"fqn": hard_texts | hard_leaves, "path": hard_paths, "file": hard_paths,
-                                            "name": hard_texts, "kind": st.sampled_from(["function", "module", "doc"])
-                                            | hard_texts}),
-        hard_paths,
-    ).flatmap(lambda hit: st.sampled_from([hit, Answer(hit)]) if isinstance(hit, dict) else st.just(hit)),
-    max_size=5,
+# Hard values that run no host code: the walks that must not run any pass
+# over the rest of such an answer only when all of it is plain.
+PATHS = ["src/app/lexer.py", "src/app/main.py", "tests/test_lexer.py", "pkg.lexer.parse"]
+plain_hard_texts = st.one_of(st.sampled_from(PATHS), st.text(max_size=8), lone_texts)
+plain_hard_ints = st.one_of(st.integers(0, 60), long_ints, st.sampled_from([WIDE_INT, -WIDE_INT, 2**1024]))
+plain_hard_keys = st.one_of(st.text("abkxyz", min_size=1, max_size=3), lone_texts,
+                            st.sampled_from([key for key in HINT_FIELDS if type(key) is str]))
+plain_hard_leaves = st.one_of(lone_texts, long_ints, st.sampled_from([WIDE_INT, -WIDE_INT, 2**1024]))
+plain_hard_values = st.recursive(
+    st.one_of(quiet_leaves, plain_hard_texts, plain_hard_ints, st.floats()),
+    lambda children: st.dictionaries(plain_hard_keys, children, max_size=3) | st.lists(children, max_size=3)
+    | st.lists(children, max_size=3).map(tuple),
+    max_leaves=8,
 )
-own_steps = st.lists(
-    st.fixed_dictionaries({"tool": hard_texts | hard_leaves, "args": hard_values | st.dictionaries(hard_keys, hard_texts),
-                           "reason": hard_texts}),
-    max_size=4,
-)
-STEP_FIELDS = {
-    "fqn": hard_texts, "file": hard_paths, "query": hard_texts, "path": hard_paths, "base_branch": hard_texts,
-    "total_count": hard_ints, "total": hard_ints, "files_omitted": st.booleans() | hard_ints,
-    "files": st.lists(hard_paths | st.builds(dict, path=hard_paths), max_size=15),
-    "affected_files": st.lists(hard_paths, max_size=4),
-    "results": hits, "symbols": hits, "callers": hits, "references": hits, "tests": hits, "definitions": hits,
-    "next_steps": own_steps, "tip": hard_values, "note": hard_texts,
-}
+
+
+def step_fields(texts, ints, values, keys, dicts):
+    """The fields steps are made of, holding these texts, ints and values;
+    `dicts` makes a hit or a step of its fields."""
+    paths = texts | st.sampled_from(PATHS)
+    hit = st.fixed_dictionaries({}, optional={"fqn": texts | values, "path": paths, "file": paths, "name": texts,
+                                              "kind": st.sampled_from(["function", "module", "doc"]) | texts})
+    hits = st.lists(hit.flatmap(dicts) | paths, max_size=5)
+    step = st.fixed_dictionaries({"tool": texts | values, "args": values | st.dictionaries(keys, texts), "reason": texts})
+    return {
+        "fqn": texts, "file": paths, "query": texts, "path": paths, "base_branch": texts,
+        "total_count": ints, "total": ints, "files_omitted": st.booleans() | ints,
+        "files": st.lists(paths | st.builds(dict, path=paths), max_size=15), "affected_files": st.lists(paths, max_size=4),
+        "results": hits, "symbols": hits, "callers": hits, "references": hits, "tests": hits, "definitions": hits,
+        "next_steps": st.lists(step.flatmap(dicts), max_size=4), "tip": values, "note": texts,
+    }
+
+
+HARD_FIELDS = step_fields(hard_texts, hard_ints, hard_values, hard_keys, lambda d: st.sampled_from([d, Answer(d)]))
+PLAIN_HARD_FIELDS = step_fields(plain_hard_texts, plain_hard_ints, plain_hard_values, plain_hard_keys, st.just)
 
 
 @st.composite
 def hard_answers(draw):
-    """An answer of fields that steps are made of, quiet fields with or
-    without a hard value planted deep inside, and any other value."""
+    """An answer of fields that steps are made of and quiet fields with or
+    without a hard value planted deep inside.  In half of them every value
+    is plain (no subclass, no other value): a hard value must then be
+    caught by the walks that pass over what they can."""
+    plain = draw(st.booleans())
+    fields, values, keys = ((PLAIN_HARD_FIELDS, plain_hard_values, plain_hard_keys) if plain
+                            else (HARD_FIELDS, hard_values, hard_keys))
     answer = {}
-    for field in draw(st.lists(st.sampled_from(sorted(STEP_FIELDS)), unique=True, max_size=6)):
-        answer[field] = draw(STEP_FIELDS[field])
-    for name in draw(st.lists(st.sampled_from(["rows", "stats", "more", "deep"]), unique=True, max_size=3)):
-        answer[name] = draw(st.one_of(quiet_values, planted(), hard_values))
-    return draw(st.sampled_from([answer, Answer(answer)])) if draw(st.integers(0, 9)) == 0 else answer
+    for field in draw(st.lists(st.sampled_from(sorted(fields)), unique=True, max_size=4)):
+        answer[field] = draw(fields[field])
+    for name in draw(st.lists(st.sampled_from(["rows", "stats", "more"]), unique=True, min_size=plain, max_size=3)):
+        answer[name] = draw(planted(plain_hard_leaves | values, keys) if plain
+                            else st.one_of(quiet_values, planted(values, keys), values))
+    return Answer(answer) if not plain and draw(st.integers(0, 9)) == 0 else answer
 
 
 def hard_kinds(value):

@@ -5,10 +5,11 @@ calls to their collaborators on answers that hold every value a shortcut's
 guard exists for."""
 
 import pytest
-from hypothesis import event, given, settings
+from hypothesis import event, example, given, settings
 from hypothesis import strategies as st
 from modes import COUNTING, SHORTCUTS, fresh_module
-from strategies import SLOW, containers_in, hard_answers, hard_kinds, hard_texts, hard_values, quiet_field_with_hard_value
+from strategies import (LONG_INT, SLOW, containers_in, hard_answers, hard_kinds, hard_texts, hard_values, lone_texts,
+                        quiet_field_with_hard_value)
 from velquorn.models.symbol import is_code_symbol
 from velquorn.tool_handlers.freshness import add_freshness
 
@@ -128,7 +129,10 @@ def collaborators(module, edits):
 tools = st.sampled_from(["search:code", "search:symbols", "search:semantic", "symbol:callers", "symbol:detail",
                          "symbol:references", "file:imports", "git:changes", "git:hotspots", "tests:for_file",
                          "quality:impact", "quality:duplicates", "unknown:x"]).map(lambda t: t.split(":"))
-arguments = st.none() | st.fixed_dictionaries({}, optional={"query": hard_texts, "fqn": hard_texts, "path": hard_texts})
+# Steps take their texts from the request too, a lone surrogate among them.
+request_texts = hard_texts | lone_texts
+arguments = st.none() | st.fixed_dictionaries({}, optional={"query": request_texts, "fqn": request_texts,
+                                                            "path": request_texts})
 blocks = st.none() | st.fixed_dictionaries({"current": st.just(False), "stale_files": st.lists(hard_texts, max_size=2)})
 
 
@@ -144,6 +148,13 @@ def count(answer, changes):
 # CI runs this with many more examples (the "ci" profile, conftest.py).
 @settings(**SLOW)
 @given(hard_answers(), tools, arguments, blocks, edits)
+# A lone surrogate in a text and in a two-byte key, and an int too long to
+# write, where a walk could pass over them; and a lone surrogate in the
+# request, which the steps are measured from.
+@example({"fqn": "a.b", "total_count": 40, "rows": [{"doc": "ab\udc00"}]}, ["symbol", "callers"], None, None, [])
+@example({"fqn": "a.b", "x": {"\udc00": 1}}, ["symbol", "callers"], None, None, [])
+@example({"fqn": "a.b", "total_count": 40, "rows": [{"n": LONG_INT}]}, ["symbol", "callers"], None, None, [])
+@example({"total_count": 40}, ["symbol", "detail"], {"fqn": "a.\udc00"}, None, [])
 def test_both_modes_finish_an_answer_alike(modes, answer, tool, arguments, block, changes):
     count(answer, changes)
     results = {}
