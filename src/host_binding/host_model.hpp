@@ -80,7 +80,8 @@ class HostModel {
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
     if (!overflow) return next_steps::int_text_length(n);
-    if (const std::size_t digits = wide_int_digits(v)) return digits + (overflow < 0);
+    if (shortcut(Shortcut::wide_int_digits))
+      if (const std::size_t digits = wide_int_digits(v)) return digits + (overflow < 0);
     return static_cast<std::size_t>(PyUnicode_GET_LENGTH(int_repr(v).get()));
   }
   void int_text(const Object& v, std::string& out) const {

@@ -225,7 +225,12 @@ template <class M, class Sink>
 class Writer {
  public:
   using Value = typename M::Value;
-  Writer(M& m, Sink& sink) : m_(m), sink_(sink), keys_known_(m.shortcut(Shortcut::key_caches)), levels_(m) {
+  Writer(M& m, Sink& sink)
+      : m_(m),
+        sink_(sink),
+        keys_known_(m.shortcut(Shortcut::key_caches)),
+        few_decimals_(m.shortcut(Shortcut::few_decimals)),
+        levels_(m) {
     if constexpr (Sink::counts) sink_.counting = m.counting();
   }
 
@@ -286,7 +291,7 @@ class Writer {
       if (sink_.hidden == 0) return;
     }
     if constexpr (Sink::counts) {
-      sink_.bytes += float_text_length(d);
+      sink_.bytes += float_text_length(d, few_decimals_);
     } else {
       char buf[32];
       sink_.ascii(buf, float_text(d, buf));
@@ -453,6 +458,7 @@ class Writer {
   [[no_unique_address]] std::conditional_t<SkipsSafeValues<Sink>, PlainKeys, NoKeySizes> plain_keys_;
   // The key caches are on and no host code ran yet: the key sizes hold.
   bool keys_known_;
+  const bool few_decimals_;
   Levels<M> levels_;
 };
 

@@ -30,6 +30,8 @@ namespace next_steps {
   X(reused_prefix_sizes, "a step list's leading parts sized from one walk of it (budget.hpp)")         \
   X(own_lists, "lists the module made itself used as they are, not copied (assembly.hpp)")             \
   X(leading_files, "a tests scope's files past the cap left untold (test_scope.hpp)")                  \
+  X(few_decimals, "a float with few decimals sized without its shortest digits (text.hpp)")                  \
+  X(wide_int_digits, "an int past a machine word sized from its double, not its text (host_model.hpp)")  \
   X(skipped_hit_count, "the hit count not worked out for a row that takes nothing from hits (usual.hpp)") \
   X(namespace_cache, "the module's names kept until its namespace changes (module_state.hpp)")
 

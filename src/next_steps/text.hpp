@@ -614,12 +614,14 @@ inline std::size_t float_text(double v, char (&buf)[32]) {
   return static_cast<std::size_t>(out - buf);
 }
 
-// The length of float_text, without laying the text out.
-inline std::size_t float_text_length(double v) {
+// The length of float_text, without laying the text out; with
+// `try_few_decimals` (the few_decimals shortcut), without the shortest
+// digits where few_decimals can tell.
+inline std::size_t float_text_length(double v, bool try_few_decimals) {
   if (std::isnan(v)) return 3;
   if (std::isinf(v)) return v > 0 ? 8 : 9;
   detail::Shape d;
-  if (!detail::few_decimals(v, d)) d = detail::Scientific(v);
+  if (!try_few_decimals || !detail::few_decimals(v, d)) d = detail::Scientific(v);
   const std::size_t nd = d.digits;
   std::size_t n = d.negative;
   if (!d.positional()) {

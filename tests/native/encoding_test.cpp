@@ -36,7 +36,8 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
                                : static_cast<double>(static_cast<std::int64_t>(bits() >> (bits() % 64))) *
                                      (i % 4 ? 1 : -1) / scale[bits() % 9];
     char buf[32];
-    ASSERT_EQ(float_text_length(value), float_text(value, buf)) << value;
+    ASSERT_EQ(float_text_length(value, true), float_text(value, buf)) << value;
+    ASSERT_EQ(float_text_length(value, false), float_text(value, buf)) << value;
   }
 }
 
