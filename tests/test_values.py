@@ -62,6 +62,13 @@ def test_leaves_are_shared_and_containers_new(ns):
     assert ns.without_null_fields(proxy) is proxy
 
 
+def test_a_rebound_copy_is_called_for_every_value_inside(ns, monkeypatch):
+    own, called = ns.without_null_fields, []
+    monkeypatch.setattr(ns, "without_null_fields", lambda value: called.append(value) or own(value))
+    ns.without_null_fields({"a": 1, "b": ["x", None]})
+    assert called == [{"a": 1, "b": ["x", None]}, 1, ["x", None], "x", None]
+
+
 def test_failures_escape(ns):
     with pytest.raises(RuntimeError, match="entries unreadable"):
         ns.without_null_fields({"rows": [Broken(a=1)]})
