@@ -20,10 +20,9 @@ enum class ErrorKind { type, value, key, attribute, recursion, unicode_encode };
   X(tool) X(args) X(reason) X(action) X(query) X(fqn) X(path) X(file)          \
   X(files) X(affected_files) X(files_omitted) X(base_branch) X(changed_files)  \
   X(found) X(did_you_mean) X(next_steps) X(total_count) X(total) X(name)       \
-  X(kind) X(hits) X(what) X(keep) X(arguments) X(freshness) X(component)       \
-  X(symbols) X(results) X(matches) X(definitions) X(callers) X(references)     \
-  X(dead_symbols) X(tests) X(components) X(semantic) X(impact) X(recommended)  \
-  X(search) X(explore) X(quality) X(to_dict)
+  X(kind) X(hits) X(what) X(symbols) X(results) X(matches) X(definitions)      \
+  X(callers) X(references) X(dead_symbols) X(tests) X(components) X(semantic)  \
+  X(impact) X(recommended) X(search) X(explore) X(quality) X(to_dict)
 
 enum class Name : unsigned char {
 #define NEXT_STEPS_ENUM(n) n,
