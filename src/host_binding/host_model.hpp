@@ -373,7 +373,7 @@ class HostModel {
   bool is_hint_key(const Object& key) const { return names_hint(key.get()); }
   // An exact dict, list, tuple or int: walking or comparing it runs no host
   // code, unlike a subclass's items(), iteration or comparison.
-  bool is_plain(const Object& v) const {
+  bool walks_without_host_code(const Object& v) const {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
@@ -381,7 +381,7 @@ class HostModel {
   // or list of a subclass (bool aside): looking a name up in it hashes and
   // compares nothing but texts, and int() or len() of what it finds is the
   // host's own, so reading it runs no host code and cannot fail.
-  bool plain_reads(const Object& v) const {
+  bool reads_without_host_code(const Object& v) const {
     if (!PyDict_CheckExact(v.get())) return false;
     Py_ssize_t pos = 0;
     PyObject *key, *value;
@@ -395,12 +395,12 @@ class HostModel {
   // An exact str without code points above U+FFFF: the call key writes
   // such a character as two surrogate escapes, as it writes those two code
   // points, so only without them are two texts written alike when equal.
-  bool is_plain_text(const Object& v) const {
+  bool is_exact_bmp_text(const Object& v) const {
     PyObject* o = v.get();
     return PyUnicode_CheckExact(o) && PyUnicode_KIND(o) != PyUnicode_4BYTE_KIND;
   }
   std::size_t text_hash(const Object& v) const { return static_cast<std::size_t>(PyObject_Hash(v.get())); }
-  bool same_plain(const Object& a, const Object& b) const {
+  bool equal_without_host_code(const Object& a, const Object& b) const {
     const int r = PyObject_RichCompareBool(a.get(), b.get(), Py_EQ);
     check(r);
     return r == 1;

@@ -16,11 +16,11 @@
 
 namespace next_steps {
 
-// The calls met so far, to tell a repeat.  While the steps are a plain list
-// of plain dicts keyed by plain texts, each with a plain text as its tool and
-// as args a plain dict of plain texts and plain lists of them (a file list),
-// the calls are compared as values: the key texts of such values are equal
-// exactly when the values are.  From
+// The calls met so far, to tell a repeat.  While the steps are a list of
+// dicts keyed by exact BMP texts, each with such a text as its tool and as
+// args a dict of such texts and lists of them (a file list), all of which
+// walk without host code, the calls are compared as values: the key texts
+// of such values are equal exactly when the values are.  From
 // the first step that is not, every call is told by its key text, and the
 // texts of the calls met before are written then; no host code has run since,
 // so they are the texts those calls had.
@@ -56,7 +56,9 @@ class SeenCalls {
     if (by_value_) {
       if (const auto hash = plain_call_hash(tool, args)) {
         for (const Call& c : calls_)
-          if (c.hash == *hash && m_.same_plain(c.tool, tool) && m_.same_plain(c.args, args)) return false;
+          if (c.hash == *hash && m_.equal_without_host_code(c.tool, tool) &&
+              m_.equal_without_host_code(c.args, args))
+            return false;
         calls_.push_back({tool, args, *hash});
         return true;
       }
@@ -71,7 +73,7 @@ class SeenCalls {
     std::size_t hash;
   };
 
-  bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.is_plain(v); }
+  bool plain(const Value& v, Kind kind) const { return m_.kind(v) == kind && m_.walks_without_host_code(v); }
 
   // The scans below read only plain containers and run no host code, so
   // their entries and items are lent, not held.
@@ -80,7 +82,7 @@ class SeenCalls {
     if (!plain(v, Kind::dict)) return false;
     bool texts = true;
     m_.lend_entries(v, [&](const Value& key, const Value& value) {
-      texts = m_.is_plain_text(key);
+      texts = m_.is_exact_bmp_text(key);
       if (texts && m_.str_equals(key, text_of(Name::tool))) tool = value;
       if (texts && m_.str_equals(key, text_of(Name::args))) args = value;
       return texts;
@@ -89,11 +91,11 @@ class SeenCalls {
   }
 
   std::optional<std::size_t> plain_call_hash(const Value& tool, const Value& args) {
-    if (!m_.is_plain_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
+    if (!m_.is_exact_bmp_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
     bool texts = true;
     std::size_t entries = 0;  // a sum, so that the order of the entries does not count
     m_.lend_entries(args, [&](const Value& key, const Value& value) {
-      const auto value_hash = m_.is_plain_text(key) ? plain_value_hash(value) : std::nullopt;
+      const auto value_hash = m_.is_exact_bmp_text(key) ? plain_value_hash(value) : std::nullopt;
       texts = value_hash.has_value();
       if (texts) entries += m_.text_hash(key) * 31 + *value_hash;
       return texts;
@@ -103,12 +105,12 @@ class SeenCalls {
   }
 
   std::optional<std::size_t> plain_value_hash(const Value& v) {
-    if (m_.is_plain_text(v)) return m_.text_hash(v);
+    if (m_.is_exact_bmp_text(v)) return m_.text_hash(v);
     if (!plain(v, Kind::list)) return std::nullopt;
     bool texts = true;
     std::size_t items = 1;
     m_.lend_items(v, [&](const Value& item) {
-      texts = m_.is_plain_text(item);
+      texts = m_.is_exact_bmp_text(item);
       if (texts) items = items * 1000003 + m_.text_hash(item);
       return texts;
     });

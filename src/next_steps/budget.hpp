@@ -86,14 +86,14 @@ template <class M>
 class StepListSizes {
  public:
   using Value = typename M::Value;
-  StepListSizes(M& m, const Value& keep) : m_(m), keep_(keep), plain_keep_(m.is_plain(keep)) {}
+  StepListSizes(M& m, const Value& keep) : m_(m), keep_(keep), plain_keep_(m.walks_without_host_code(keep)) {}
 
   // Whether the budget's loop can run without host code, and without a
   // failure, for this list: a plain list of no more than `keep` steps, which
   // the loop never measures, or of steps this call made, measured then from
   // their fields.
   bool runs_no_host_code(const Value& steps) {
-    if (!plain_keep_ || m_.kind(steps) != Kind::list || !m_.is_plain(steps)) return false;
+    if (!plain_keep_ || m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
     if (!m_.size_greater(m_.length(steps), keep_)) return true;
     if (!m_.template holds_own<Fn::encoded_size>()) return false;
     measured_.emplace();
@@ -126,7 +126,7 @@ class StepListSizes {
   // Counts the list from the known sizes of its steps, as the walk would:
   // `[`, the steps joined by `,`, then `]`.
   bool made(const Value& steps) {
-    if (m_.kind(steps) != Kind::list || !m_.is_plain(steps)) return false;
+    if (m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
     std::size_t bytes = 1;
     bool known = true;
     m_.lend_items(steps, [&](const Value& step) {

@@ -367,7 +367,7 @@ class Writer {
     const void* id = m_.identity(v);
     if (open_.holds(id)) m_.raise(ErrorKind::value, "Circular reference detected");
     open_.push(id);
-    if (!m_.is_plain(v)) host_code_ran();
+    if (!m_.walks_without_host_code(v)) host_code_ran();
   }
 
   // The hint walk does not go into tuples.  A container's entries and items

@@ -337,22 +337,22 @@ class NativeModel {
   // This model learns nothing from its copies: every field is walked.
   Json finishing_copy(const Json& v) { return without_null_fields(*this, v); }
   std::span<const void* const> quiet_fields(const Json&) const { return {}; }
-  bool is_plain(const Json&) const { return true; }
-  bool plain_reads(const Json& v) const { return v->kind == Kind::dict; }
-  bool is_plain_text(const Json& v) const {
+  bool walks_without_host_code(const Json&) const { return true; }
+  bool reads_without_host_code(const Json& v) const { return v->kind == Kind::dict; }
+  bool is_exact_bmp_text(const Json& v) const {
     return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
   }
   std::size_t text_hash(const Json& v) const { return std::hash<std::u32string>{}(v->text); }
-  bool same_plain(const Json& a, const Json& b) const {
+  bool equal_without_host_code(const Json& a, const Json& b) const {
     if (a->kind != b->kind) return false;
     if (a->kind == Kind::str) return a->text == b->text;
     if (a->kind == Kind::list)
       return std::equal(a->items.begin(), a->items.end(), b->items.begin(), b->items.end(),
-                        [&](const Json& x, const Json& y) { return same_plain(x, y); });
+                        [&](const Json& x, const Json& y) { return equal_without_host_code(x, y); });
     return a->entries.size() == b->entries.size() &&
            std::all_of(a->entries.begin(), a->entries.end(), [&](const auto& e) {
              return std::any_of(b->entries.begin(), b->entries.end(), [&](const auto& f) {
-               return same_plain(e.first, f.first) && same_plain(e.second, f.second);
+               return equal_without_host_code(e.first, f.first) && equal_without_host_code(e.second, f.second);
              });
            });
   }

@@ -49,14 +49,15 @@ class MadeSteps {
 };
 
 // The compact size of a step {"tool", "args", "reason"} whose tool and
-// reason are plain texts and whose args are a plain dict of plain texts;
-// none for any other step, or one holding a lone surrogate (the walk that
-// measures it instead fails there as ever).
+// reason are exact BMP texts and whose args are a dict of such texts that
+// walks without host code; none for any other step, or one holding a lone
+// surrogate (the walk that measures it instead fails there as ever).
 template <class M>
 std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, const typename M::Value& reason,
                                            const typename M::Value& args) {
   using V = typename M::Value;
-  if (!m.is_plain_text(tool) || !m.is_plain_text(reason) || m.kind(args) != Kind::dict || !m.is_plain(args))
+  if (!m.is_exact_bmp_text(tool) || !m.is_exact_bmp_text(reason) || m.kind(args) != Kind::dict ||
+      !m.walks_without_host_code(args))
     return std::nullopt;
   bool surrogate = false;
   auto text = [&](const V& v) { return m.token_bytes(v, surrogate); };
@@ -65,7 +66,7 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   std::size_t entries = 0;
   bool texts = true;
   m.lend_entries(args, [&](const V& k, const V& v) {
-    texts = m.is_plain_text(k) && m.is_plain_text(v);
+    texts = m.is_exact_bmp_text(k) && m.is_exact_bmp_text(v);
     if (texts) bytes += text(k) + 1 + text(v);
     ++entries;
     return texts;

@@ -89,14 +89,16 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
 
   // --- what a value is known to be
   { m.is_hint_key(v) } -> std::same_as<bool>;
-  { m.is_plain(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
+  { m.walks_without_host_code(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
   // A dict whose get() of a name, and int() or len() of what it holds, run no host code
-  { m.plain_reads(v) } -> std::same_as<bool>;
-  // A plain text: its call-key text and its value are equal together.
-  { m.is_plain_text(v) } -> std::same_as<bool>;
-  { m.text_hash(v) } -> std::same_as<std::size_t>;  // of a plain text
-  // == of plain texts, of plain lists of them, or of plain dicts of both
-  { m.same_plain(v, v) } -> std::same_as<bool>;
+  { m.reads_without_host_code(v) } -> std::same_as<bool>;
+  // A str of the exact type with no code point past U+FFFF: two such texts
+  // are equal exactly when their call-key texts are.
+  { m.is_exact_bmp_text(v) } -> std::same_as<bool>;
+  { m.text_hash(v) } -> std::same_as<std::size_t>;  // of an exact BMP text
+  // == of exact BMP texts, of lists of them, or of dicts of both, all of
+  // which walk without host code
+  { m.equal_without_host_code(v, v) } -> std::same_as<bool>;
 
   // --- the module object's settings: whether a shortcut is on, and how strings are counted
   { m.shortcut(Shortcut::one_walk) } -> std::same_as<bool>;

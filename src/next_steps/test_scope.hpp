@@ -55,7 +55,7 @@ typename M::Value answer_files(M& m, const typename M::Value& response, const ty
 }
 
 // The first `limit` of answer_files: all that the tests scope looks at.  A
-// change set can name thousands of files; while every path is a plain text,
+// change set can name thousands of files; while every path is an exact BMP text,
 // telling a repeat runs no host code, so the paths past the limit are left
 // untold.  Otherwise each is told as answer_files tells it.
 template <class M>
@@ -65,7 +65,7 @@ typename M::Value leading_answer_files(M& m, const typename M::Value& response, 
   std::vector<V> found;
   bool plain = true;
   for_each_named_file(m, response, arguments, [&](const V& path) {
-    plain = plain && m.is_plain_text(path);
+    plain = plain && m.is_exact_bmp_text(path);
     found.push_back(path);
   });
   V kept = m.new_list();
@@ -78,7 +78,7 @@ typename M::Value leading_answer_files(M& m, const typename M::Value& response, 
   for (const V& path : found) {
     const std::size_t hash = m.text_hash(path);
     const bool repeat = std::any_of(seen.begin(), seen.end(), [&](const auto& met) {
-      return met.first == hash && m.same_plain(met.second, path);
+      return met.first == hash && m.equal_without_host_code(met.second, path);
     });
     if (repeat) continue;
     seen.emplace_back(hash, path);

@@ -112,7 +112,7 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
   // not worked out where reading the answer for it cannot run host code:
   // nothing could tell it was skipped.
   const bool count = !m.shortcut(Shortcut::skipped_hit_count) || row->takes_from_hits() ||
-                     !m.template holds_own<Fn::hit_count>() || !m.plain_reads(response);
+                     !m.template holds_own<Fn::hit_count>() || !m.reads_without_host_code(response);
   const bool no_hits = count && m.equals_int(m.template call<Fn::hit_count>(response), 0);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
