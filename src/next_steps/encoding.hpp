@@ -66,7 +66,9 @@ struct WatchedSizeSink : SizeSink {
 // outside every hint field's value.
 struct HintSizeSink : WatchedSizeSink {
   std::size_t hint_bytes = 0;
-  std::size_t hidden = 0;  // tuples and hint fields' values being written
+  // How many tuples and hint fields' values enclose what is being written:
+  // the hint walk enters neither, so only at 0 is a value on its path.
+  std::size_t nested_past_hint_walk = 0;
 };
 
 // Counts the hint bytes as HintSizeSink does, but not the rest of the text:
@@ -245,7 +247,7 @@ class Writer {
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
       case Kind::str:
         if constexpr (SkipsSafeValues<Sink>) {
-          if (sink_.hidden == 0 && m_.str_width(v) == 1) return;  // cannot fail
+          if (sink_.nested_past_hint_walk == 0 && m_.str_width(v) == 1) return;  // cannot fail
         }
         return sink_.token(m_.str_view(v));
       case Kind::integer: return integer(v);
@@ -275,7 +277,7 @@ class Writer {
 
   void integer(const Value& v) {
     if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.hidden == 0 && m_.int_is_short(v)) return;  // cannot fail
+      if (sink_.nested_past_hint_walk == 0 && m_.int_is_short(v)) return;  // cannot fail
     }
     if constexpr (Sink::counts) {
       sink_.bytes += m_.int_text_length(v);
@@ -288,7 +290,7 @@ class Writer {
 
   void real(double d) {
     if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.hidden == 0) return;
+      if (sink_.nested_past_hint_walk == 0) return;
     }
     if constexpr (Sink::counts) {
       sink_.bytes += float_text_length(d, few_decimals_);
@@ -308,7 +310,7 @@ class Writer {
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
     if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.hidden == 0) {  // its size is not needed
+      if (sink_.nested_past_hint_walk == 0) {  // its size is not needed
         const void* id = m_.identity(k);
         if (plain_keys_.holds(id)) return false;  // never, without key caches: none is added
         if (m_.str_width(k) == 1) {
@@ -377,7 +379,7 @@ class Writer {
     const Value v = lent;
     levels_.enter();
     enter(v);
-    if constexpr (CountsHints<Sink>) sink_.hidden += tuple;
+    if constexpr (CountsHints<Sink>) sink_.nested_past_hint_walk += tuple;
     sink_.ascii("[");
     bool first = true;
     m_.lend_items(v, [&](const Value& item) __attribute__((always_inline)) {
@@ -390,7 +392,7 @@ class Writer {
       return true;
     });
     sink_.ascii("]");
-    if constexpr (CountsHints<Sink>) sink_.hidden -= tuple;
+    if constexpr (CountsHints<Sink>) sink_.nested_past_hint_walk -= tuple;
     open_.pop();
     levels_.leave();
   }
@@ -405,7 +407,7 @@ class Writer {
     if constexpr (!Sink::counts) sink_.ascii(Sink::key_sep);
     if constexpr (CountsHints<Sink>) {
       // A hint field's value counts whole, once: hint fields inside it do not.
-      if (hint && sink_.hidden == 0) return hint_field(item);
+      if (hint && sink_.nested_past_hint_walk == 0) return hint_field(item);
     }
     if constexpr (ChecksOutsideHints<Sink>) {
       if (open_.size() == 1 && quiet_field(item)) return;
@@ -420,9 +422,9 @@ class Writer {
 
   void hint_field(const Value& item) {
     const std::size_t before = sink_.bytes;
-    ++sink_.hidden;
+    ++sink_.nested_past_hint_walk;
     value(item);
-    --sink_.hidden;
+    --sink_.nested_past_hint_walk;
     sink_.hint_bytes += sink_.bytes - before;
   }
 
