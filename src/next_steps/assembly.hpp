@@ -93,29 +93,29 @@ class SeenCalls {
   std::optional<std::size_t> plain_call_hash(const Value& tool, const Value& args) {
     if (!m_.is_exact_bmp_text(tool) || !plain(args, Kind::dict)) return std::nullopt;
     bool texts = true;
-    std::size_t entries = 0;  // a sum, so that the order of the entries does not count
+    std::size_t entries_hash_sum = 0;  // a sum, so that the order of the entries does not count
     m_.lend_entries(args, [&](const Value& key, const Value& value) {
       const auto value_hash = m_.is_exact_bmp_text(key) ? plain_value_hash(value) : std::nullopt;
       texts = value_hash.has_value();
-      if (texts) entries += m_.text_hash(key) * 31 + *value_hash;
+      if (texts) entries_hash_sum += m_.text_hash(key) * 31 + *value_hash;
       return texts;
     });
     if (!texts) return std::nullopt;
-    return m_.text_hash(tool) ^ entries;
+    return m_.text_hash(tool) ^ entries_hash_sum;
   }
 
   std::optional<std::size_t> plain_value_hash(const Value& v) {
     if (m_.is_exact_bmp_text(v)) return m_.text_hash(v);
     if (!plain(v, Kind::list)) return std::nullopt;
     bool texts = true;
-    std::size_t items = 1;
+    std::size_t items_hash = 1;
     m_.lend_items(v, [&](const Value& item) {
       texts = m_.is_exact_bmp_text(item);
-      if (texts) items = items * 1000003 + m_.text_hash(item);
+      if (texts) items_hash = items_hash * 1000003 + m_.text_hash(item);
       return texts;
     });
     if (!texts) return std::nullopt;
-    return items;
+    return items_hash;
   }
 
   void to_texts() {
