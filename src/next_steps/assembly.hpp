@@ -34,12 +34,13 @@ class SeenCalls {
     if (by_value_) calls_.reserve(m.length(steps));  // a plain list's length runs no host code
   }
 
-  // Before a step's fields are read, since reading them may run host code:
-  // a subclass's lookup, or a key of another kind compared with the name.
-  // Gives the step's tool and args when the walk over a plain record found
-  // both: its lookups run no host code, so they would find the same.  A step
-  // this call made holds the fields it was made of.
-  std::optional<std::pair<Value, Value>> meet(const Value& step) {
+  // The step's tool and args when they are known without reading them: a
+  // step this call made holds the fields it was made of, and a walk over a
+  // record that walks without host code finds what its lookups would.
+  // Asked before a step's fields are read, since reading them may run host
+  // code (a subclass's lookup, or a key of another kind compared with the
+  // name): from a step that is not such a record on, calls are told by text.
+  std::optional<std::pair<Value, Value>> known_fields(const Value& step) {
     if (!by_value_) return std::nullopt;
     if (const auto* made = m_.made_steps().find(m_.identity(step))) return std::pair{made->tool, made->args};
     std::optional<Value> tool, args;
@@ -142,7 +143,7 @@ typename M::Value deduplicated(M& m, const typename M::Value& steps, bool caller
   SeenCalls<M> seen(m, steps);
   std::size_t met = 0;
   m.for_each_item(steps, [&](const V& step) {
-    const auto fields = seen.meet(step);
+    const auto fields = seen.known_fields(step);
     const V tool = fields ? fields->first : m.get_item(step, Name::tool);
     const V args = fields ? fields->second : m.get_item(step, Name::args);
     if (seen.add(tool, args)) {
