@@ -111,9 +111,9 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
   // For a row that takes nothing from the hits, the module's own count is
   // not worked out where reading the answer for it cannot run host code:
   // nothing could tell it was skipped.
-  const bool count = !m.shortcut(Shortcut::skipped_hit_count) || row->takes_from_hits() ||
-                     !m.template holds_own<Fn::hit_count>() || !m.reads_without_host_code(response);
-  const bool no_hits = count && m.equals_int(m.template call<Fn::hit_count>(response), 0);
+  const bool hits_counted = !m.shortcut(Shortcut::skipped_hit_count) || row->takes_from_hits() ||
+                            !m.template holds_own<Fn::hit_count>() || !m.reads_without_host_code(response);
+  const bool no_hits = hits_counted && m.equals_int(m.template call<Fn::hit_count>(response), 0);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
     V args = m.new_dict();
