@@ -97,7 +97,7 @@ class StepListSizes {
     if (!m_.size_greater(m_.length(steps), keep_)) return true;
     if (!m_.template holds_own<Fn::encoded_size>()) return false;
     measured_.emplace();
-    if (!made(steps)) measured_.reset();
+    if (!measured_as_made(steps)) measured_.reset();
     return measured_.has_value();
   }
 
@@ -115,7 +115,7 @@ class StepListSizes {
     if (!measured_) {  // not measured up front as made here
       measured_.emplace();
       measured_->ends.reserve(n);
-      if (!made(steps)) count_compact(m_, steps, *measured_);
+      if (!measured_as_made(steps)) count_compact(m_, steps, *measured_);
     }
     const Kind kind = m_.kind(steps);
     reusable_ = m_.shortcut(Shortcut::reused_prefix_sizes) && plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
@@ -124,8 +124,9 @@ class StepListSizes {
   }
 
   // Counts the list from the known sizes of its steps, as the walk would:
-  // `[`, the steps joined by `,`, then `]`.
-  bool made(const Value& steps) {
+  // `[`, the steps joined by `,`, then `]`; whether it could, every step
+  // being one this call made, in a list that walks without host code.
+  bool measured_as_made(const Value& steps) {
     if (m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
     std::size_t bytes = 1;
     bool known = true;
@@ -167,7 +168,7 @@ class AnswerSizes {
   using Value = typename M::Value;
   AnswerSizes(M& m, const Value& response, bool nothing_runs_between) : m_(m), response_(response) {
     if (nothing_runs_between && m.shortcut(Shortcut::deferred_size) && m.template holds_own<Fn::encoded_size>() &&
-        m.template holds_own<Fn::hint_size>() && checked())
+        m.template holds_own<Fn::hint_size>() && hints_counted_alone())
       return;
     std::tie(size_, hints_) = size_and_hints(m, response);
   }
@@ -179,12 +180,14 @@ class AnswerSizes {
   }
 
  private:
-  bool checked() {
-    if (m_.shortcut(Shortcut::check_walk)) return checked_by<HintCheckSink>();
-    return checked_by<PlainCheckSink>();
+  // Counts the hint bytes by a walk that only checks the rest of the answer
+  // for what fails to encode; whether it could, without host code.
+  bool hints_counted_alone() {
+    if (m_.shortcut(Shortcut::check_walk)) return hints_counted_alone_by<HintCheckSink>();
+    return hints_counted_alone_by<PlainCheckSink>();
   }
   template <class Sink>
-  bool checked_by() {
+  bool hints_counted_alone_by() {
     Sink sink;
     sink.quiet = m_.quiet_fields(response_);
     try {
