@@ -54,7 +54,7 @@ class CopySurvey {
 
  public:
   CopySurvey(int watcher, next_steps::Counting counting)
-      : watcher_(watcher), counting_(counting), spoiled_(watcher < 0) {}
+      : watcher_(watcher), counting_(counting), nothing_quiet_(watcher < 0) {}
   CopySurvey(const CopySurvey&) = delete;
   CopySurvey& operator=(const CopySurvey&) = delete;
   ~CopySurvey() { release(); }
@@ -84,22 +84,22 @@ class CopySurvey {
     if (depth_ >= 2 && quiet_ && !quiet_leaf(value.get())) quiet_ = false;
   }
   void close(const Object& copy) {
-    if (depth_ >= 2 && quiet_) note(copy.get());
+    if (depth_ >= 2 && quiet_) record_container(copy.get());
     if (--depth_ == 0) {
       top_ = copy.get();
     } else if (depth_ == 1) {
-      if (quiet_ && !spoiled_)
+      if (quiet_ && !nothing_quiet_)
         keep_field(copy.get());
       else
         drop_field();
     }
   }
-  void host_code() { spoiled_ = true; }
+  void host_code() { nothing_quiet_ = true; }
 
   // The quiet fields of `top`, the copy, while they are as they were copied;
   // none if the copy was another or anything changed.
   std::span<const void* const> quiet_fields(const Object& top) const {
-    if (spoiled_ || fields_.size() == 0 || top.get() != top_) return {};
+    if (nothing_quiet_ || fields_.size() == 0 || top.get() != top_) return {};
     if (watched_changes.load(std::memory_order_relaxed) != changes_ || !lists_unchanged()) return {};
     return {fields_.begin(), fields_.end()};
   }
@@ -128,8 +128,10 @@ class CopySurvey {
            type == &PyBool_Type || v == Py_None;
   }
 
-  // A container of a field that is quiet so far, with its copy complete.
-  void note(PyObject* copy) {
+  // A container of a field that is quiet so far, with its copy complete: a
+  // dict to watch, a list to keep with its items, once the field is kept.
+  // Without room for it the field is not quiet.
+  void record_container(PyObject* copy) {
     if (PyDict_CheckExact(copy)) {
       quiet_ = dicts_.push(copy);
       return;
@@ -145,12 +147,12 @@ class CopySurvey {
       Py_INCREF(dicts_[i]);
       if (PyDict_Watch(watcher_, dicts_[i]) < 0) {
         PyErr_Clear();
-        spoiled_ = true;
+        nothing_quiet_ = true;
       }
     }
     for (std::size_t i = marks_.lists; i < lists_.size(); ++i) Py_INCREF(lists_[i].list);
     for (std::size_t i = marks_.items; i < items_.size(); ++i) Py_INCREF(items_[i]);
-    if (!fields_.push(field)) spoiled_ = true;  // a top dict of more fields than any answer has
+    if (!fields_.push(field)) nothing_quiet_ = true;  // a top dict of more fields than any answer has
     changes_ = watched_changes.load(std::memory_order_relaxed);
   }
   void drop_field() {
@@ -168,7 +170,7 @@ class CopySurvey {
     return true;
   }
 
-  // Everything noted is held but a field still being copied (the copy
+  // Everything recorded is held but a field still being copied (the copy
   // failed inside it).  A dealloc may run in an unwind: the error being
   // raised stays.
   void release() {
@@ -186,7 +188,11 @@ class CopySurvey {
 
   int watcher_;
   next_steps::Counting counting_;
-  bool spoiled_, top_is_dict_ = false, quiet_ = false;
+  // No field may be passed over: there is no dict watcher, the copy ran
+  // host code, a dict could not be watched, or the top dict has more
+  // fields than there is room for.
+  bool nothing_quiet_;
+  bool top_is_dict_ = false, quiet_ = false;
   std::size_t depth_ = 0;
   Marks marks_{};
   Bounded<PyObject*, 128> dicts_;
