@@ -16,8 +16,8 @@ namespace host {
 // The fields of the copy (the values of its top dict that are containers)
 // whose text holds no hint field and cannot fail to encode: exact dicts,
 // lists and tuples of exact texts without a lone surrogate, ints short
-// enough to write, floats, bools and nulls, keyed by texts that name no
-// hint field.  The hint walk would count nothing in such a field and find
+// enough to write, floats, bools and nulls, keyed by such texts that name
+// no hint field.  The hint walk would count nothing in such a field and find
 // nothing wrong, so it passes over it while the field is as it was copied.
 //
 // Host code runs between the copy and that walk (add_freshness and the

@@ -74,11 +74,13 @@ struct HintSizeSink : WatchedSizeSink {
 // Counts the hint bytes as HintSizeSink does, but not the rest of the text:
 // outside hint fields the walk only looks for what fails to encode.  A
 // one-byte string, an int within a double's range and a float always
-// encode, so they are not looked at (with the check_walk shortcut; the
-// plain check looks at every value), nor are the fields of the top dict
-// known to hold neither a hint field nor anything that fails (by identity;
-// see HostModel::quiet_fields).  The walk runs no host code: where it
-// would, it stops (WouldRunHostCode).
+// encode, so outside tuples and hint fields' values they are not looked at,
+// and a one-byte key is only asked whether it names a hint field (one met
+// before that names none, not even that); that is with the check_walk
+// shortcut, the plain check looks at every value and key.  The fields of
+// the top dict known to hold neither a hint field nor anything that fails
+// (by identity; see HostModel::quiet_fields) are passed over whole.  The
+// walk runs no host code: where it would, it stops (WouldRunHostCode).
 struct HintCheckSink : HintSizeSink {
   static constexpr bool skips_safe_values = true;
   std::span<const void* const> quiet;

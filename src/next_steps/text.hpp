@@ -197,7 +197,9 @@ class VectorCount {
 // extra_bytes a vector at a time.  No load reaches past the string's
 // storage: the last vector ends at the string's end and overlaps the one
 // before, a string shorter than a vector is read as two overlapping halves
-// (the overlap skipped), and one shorter than half a vector takes the plain walk.
+// (the overlap skipped), and one shorter than half a vector is counted a code
+// point at a time: a one-byte string by a look-up of the byte table alone,
+// a wider one by the plain walk.
 template <class Char, bool Ascii = false>
 std::size_t extra_bytes_sse2(const Char* s, std::size_t n, bool& surrogate) {
   using L = Lanes<Char>;
