@@ -1,19 +1,89 @@
-// The vector-at-a-time count of a string's bytes must agree with the plain
-// walk for every storage width, length, position in memory and mix of code
-// points: a lane test off by one, or a tail lane counted twice, would shift
-// every answer's size.
+// The count of a string's bytes is the host's on every machine, and the
+// vector-at-a-time count must agree with the plain walk for every storage
+// width, length, position in memory and mix of code points: a lane test off
+// by one, or a tail lane counted twice, would shift every answer's size.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "next_steps/text.hpp"
 
 using namespace next_steps::detail;
 
-// Elsewhere the fast count is the plain walk itself.
+namespace {
+
+// A text stored as the host stores it, in the narrowest width that holds
+// its code points.
+class Stored {
+ public:
+  explicit Stored(const std::u32string& text) {
+    const std::uint32_t top = text.empty() ? 0 : *std::max_element(text.begin(), text.end());
+    if (top < 0x100) keep(narrow_, text);
+    else if (top < 0x10000) keep(half_, text);
+    else keep(wide_, text);
+    view_.ascii = top < 0x80;
+  }
+  const next_steps::StrView& view() const { return view_; }
+
+ private:
+  template <class Char>
+  void keep(std::vector<Char>& units, const std::u32string& text) {
+    units.assign(text.begin(), text.end());
+    view_.data = units.data();
+    view_.length = units.size();
+    view_.width = sizeof(Char);
+  }
+
+  std::vector<std::uint8_t> narrow_;
+  std::vector<std::uint16_t> half_;
+  std::vector<std::uint32_t> wide_;
+  next_steps::StrView view_;
+};
+
+// Each count this CPU runs (only the plain walk but on x86-64) against the
+// host's: the UTF-8 bytes of json.dumps(text, ensure_ascii=False), a lone
+// surrogate passed through.  Each text also repeated past a few vectors,
+// which adds its bytes but the quotes per copy.
+TEST(TokenBytes, AreTheHostsCompactTokensInEveryStorageWidth) {
+  const std::u32string lone_high = U"lone " + std::u32string(1, 0xD800) + U" surrogate";
+  const std::u32string lone_low = U"low " + std::u32string(1, 0xDFFF) + U" end \U0001F600";
+  const struct {
+    std::u32string text;
+    std::size_t bytes;
+    bool surrogate;
+  } table[] = {
+      {U"", 2, false},
+      {U"plain words", 13, false},
+      {U"tab\there \"quoted\" back\\slash\x01 end", 44, false},
+      {U"caf\u00E9 r\u00E9sum\u00E9 na\u00EFve", 23, false},
+      {U"\u4E2D\u6587\u306E\u5B57\u7B26 mixed \u00FC", 26, false},
+      {U"emoji \U0001F600 and \u4E2D and \u00E9", 27, false},
+      {lone_high, 20, true},
+      {lone_low, 18, true},
+  };
+  for (const auto& row : table) {
+    std::u32string repeated;
+    for (int i = 0; i < 9; ++i) repeated += row.text;
+    for (const auto& [text, bytes] : {std::pair{row.text, row.bytes}, std::pair{repeated, 9 * (row.bytes - 2) + 2}}) {
+      const Stored stored(text);
+      for (int level = 0; level <= static_cast<int>(next_steps::best_counting()); ++level) {
+        const auto counting = static_cast<next_steps::Counting>(level);
+        bool surrogate = false;
+        EXPECT_EQ(next_steps::compact_token_bytes(stored.view(), surrogate, counting), bytes)
+            << text.size() << " code points, " << next_steps::counting_names[level];
+        EXPECT_EQ(surrogate, row.surrogate) << text.size() << " code points, " << next_steps::counting_names[level];
+      }
+    }
+  }
+}
+
+}  // namespace
+
+// Elsewhere the fast count is the plain walk itself, checked above.
 #if defined(__x86_64__) || defined(_M_X64)
 namespace {
 
