@@ -1,10 +1,13 @@
 """Fresh virtual environments, for the tests that install this project as its users do.
 
-They install the wheels that scripts/wheels leaves in dist/ (scripts/test
-builds them first), so what is tested is what is shipped.
+They install the wheels and the source distribution that scripts/wheels
+leaves in dist/ (scripts/test builds them first), so what is tested is what
+is shipped.
 """
 
+import shutil
 import subprocess
+import tarfile
 import sys
 import venv
 import zipfile
@@ -23,6 +26,29 @@ def _built(pattern):
 def module_wheel():
     """The module's manylinux wheel for the running Python."""
     return _built(f"velquorn_next_steps-*-{TAG}-{TAG}-manylinux_*.whl")
+
+
+def module_sdist():
+    return _built("velquorn_next_steps-*.tar.gz")
+
+
+def sdist_files(sdist):
+    """The files of a source distribution, by path below its top folder."""
+    with tarfile.open(sdist) as archive:
+        return {member.name.split("/", 1)[1] for member in archive.getmembers() if member.isfile()}
+
+
+def wheel_built_from(sdist, folder):
+    """The wheel pip builds from a copy of ``sdist`` in ``folder``, away from
+    this repository, as a user's ``pip install`` of it does; with the build's log."""
+    copy = shutil.copy(sdist, folder)
+    done = subprocess.run(
+        [sys.executable, "-m", "pip", "wheel", "--no-deps", "--disable-pip-version-check", "-v", "-w", str(folder), copy],
+        cwd=folder, capture_output=True, text=True, timeout=900,
+    )
+    assert done.returncode == 0, f"{done.stdout}{done.stderr}"
+    [wheel] = Path(folder).glob("velquorn_next_steps-*.whl")
+    return wheel, done.stdout + done.stderr
 
 
 def standins_wheel():

@@ -1,5 +1,6 @@
-"""The module's wheel for this Python, installed as users install it: alone,
-with the stand-ins, and beside the server.
+"""The module's wheel for this Python, and the one pip builds from the source
+distribution, installed as users install them: alone, with the stand-ins,
+and beside the server.
 
 Beside the server it owns only its own files and calls the server's
 siblings: a minimal server distribution, written here, owns the package files
@@ -15,7 +16,8 @@ import sysconfig
 import zipfile
 
 import pytest
-from environments import Environment, module_wheel, standins_wheel, wheel_files
+from environments import (Environment, module_sdist, module_wheel, sdist_files, standins_wheel, wheel_built_from,
+                          wheel_files)
 
 pytestmark = pytest.mark.wheels
 
@@ -81,13 +83,47 @@ print(json.dumps([finished["freshness"], missed["did_you_mean"]]))
 """
 
 
+# What a build needs beside the sources, and no more: the bench's training
+# and corpus and the stand-ins it runs beside, for the profile.
+SDIST_TOP = {"CMakeLists.txt", "PKG-INFO", "README.md", "pyproject.toml", "bench", "cmake", "python", "src", "standins"}
+SDIST_BUILD_FILES = {"bench/corpus.py", "bench/train.py", "cmake/profile.cmake", "cmake/train.cmake"}
+
+
+@pytest.fixture(scope="session")
+def sdist_build(tmp_path_factory):
+    """The wheel pip builds from the source distribution alone, and its log."""
+    return wheel_built_from(module_sdist(), tmp_path_factory.mktemp("sdist"))
+
+
+@pytest.fixture(params=["wheel", "sdist"])
+def built(request):
+    """The module's shipped wheel, or the one its source distribution builds."""
+    return module_wheel() if request.param == "wheel" else request.getfixturevalue("sdist_build")[0]
+
+
 def test_wheel_holds_only_the_module_s_own_files():
     assert set(wheel_files(module_wheel())) == OWN_FILES
 
 
-def test_wheel_with_the_standins_runs_the_examples(tmp_path):
+def test_sdist_holds_what_a_build_needs():
+    files = sdist_files(module_sdist())
+    assert {name.split("/")[0] for name in files} == SDIST_TOP
+    assert {name for name in files if name.startswith(("bench/", "cmake/"))} == SDIST_BUILD_FILES
+    assert {name for name in files if name.startswith("standins/")} == {
+        f"standins/{name}" for name in wheel_files(standins_wheel())
+    }
+    assert not any("__pycache__" in name for name in files)
+
+
+def test_sdist_builds_the_profiled_module_with_its_own_files(sdist_build):
+    wheel, log = sdist_build
+    assert "Profiling the module" in log and "without the profile" not in log
+    assert set(wheel_files(wheel)) == OWN_FILES
+
+
+def test_wheel_with_the_standins_runs_the_examples(tmp_path, built):
     env = Environment(tmp_path / "env")
-    env.install(module_wheel())
+    env.install(built)
     failed = env.failure("import velquorn.tool_handlers.next_steps")
     assert failed == "ModuleNotFoundError: No module named 'velquorn.models'"
 
@@ -120,12 +156,12 @@ def server_wheel(folder, files):
 
 @pytest.mark.parametrize("server_first", [True, False], ids=["server-first", "module-first"])
 @pytest.mark.parametrize("layout", ["regular", "namespace"])
-def test_beside_the_server(tmp_path, layout, server_first):
+def test_beside_the_server(tmp_path, layout, server_first, built):
     files = {**LAYOUTS[layout], **SIBLINGS}
     server = {name: text.encode() for name, text in files.items()}
-    ours = wheel_files(module_wheel())
+    ours = wheel_files(built)
     env = Environment(tmp_path / "env")
-    for wheel in [server_wheel(tmp_path, files), module_wheel()][:: 1 if server_first else -1]:
+    for wheel in [server_wheel(tmp_path, files), built][:: 1 if server_first else -1]:
         env.install(wheel)
 
     assert env.files() == server | ours and not server.keys() & ours.keys()
