@@ -61,10 +61,12 @@ class Unhashable(str):
         raise TypeError("unhashable path")
 
 
-def test_files_past_the_cap_are_told_where_one_is_not_a_plain_text(ns):
+def test_files_past_the_cap_are_told_where_one_is_not_a_plain_text(ns, monkeypatch):
     answer = {"affected_files": [*TEN, "k.py", "l.py", Unhashable("m.py")]}
     with pytest.raises(TypeError, match="unhashable path"):
         ns._tests_scope(answer, {})
+    monkeypatch.setattr(ns, "_answer_files", lambda response, arguments: ["x.py"])  # and a rebound one is asked
+    assert ns._tests_scope(answer, {}) == {"changed_files": ["x.py"]}
 
 
 @pytest.mark.parametrize(
