@@ -137,6 +137,7 @@ steps = st.builds(
 @example([_step("file", {"path": ["😀"]}), _step("file", {"path": ["\ud83d\ude00"]})])
 @example([_step("file", {"path": ["a"]}), _step("file", {"path": ("a",)})])
 @example([_step(1, {}), _step(True, {})])  # equal, but written apart
+@example([_step("t", {1: "a"}), _step("t", {"1": "a"})])  # written alike, but not equal
 @example([_step("file", ["a"]), _step("file", ("a",))])  # arguments that are not a dict
 def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     kept = ns._deduplicated(given_steps)
