@@ -104,7 +104,7 @@ def change(answer, where, how, value):
 @example({"rows": [{"doc": "ab\udc00"}]}, (0, "nothing", None))
 @example({"rows": [{"\udc00": 1}]}, (0, "nothing", None))
 @example({"rows": [{"line": int(HUGE_INT)}]}, (0, "nothing", None))  # an exact int: a subclass is never quiet
-@example({"rows": [Answer(doc="ab\udc00")]}, (0, "nothing", None))  # copied by host code
+@example({"rows": Answer(doc="ab\udc00")}, (0, "nothing", None))  # copied by host code
 # A quiet field met again below the top, inside a hint field.
 @example({"rows": ["t" * 400]}, (0, "inside a hint", None))
 # Changes past the containers a field may hold and still be quiet.
