@@ -29,6 +29,10 @@ SSE2 unless asked otherwise, which every x86-64 runs: the counts of a
 machine then do not depend on its CPU's flags.  A version whose row is
 missing is told so and not compared.  A new baseline is a deliberate commit:
 run this with --rebaseline and say in the commit why the counts moved.
+
+With --weigh, it counts the calls again with each shortcut of the module
+turned off in turn (src/next_steps/shortcuts.hpp names them) and prints how
+many more instructions each answer then takes: what each shortcut buys.
 """
 
 from __future__ import annotations
@@ -38,6 +42,7 @@ import gc
 import json
 import os
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -159,6 +164,24 @@ def total(dump: Path) -> int:
     raise ValueError(f"{dump} has no summary line")
 
 
+def weigh(counting: dict[str, str]) -> None:
+    """Prints, per shortcut and function, the range over the kinds of how
+    many more instructions a call takes with that shortcut off, by size."""
+    table = (ROOT / "src" / "next_steps" / "shortcuts.hpp").read_text()
+    names = re.findall(r"^\s*X\((\w+),", table, re.MULTILINE)
+    on = counted(counting)
+    print("| shortcut off | call | " + " | ".join(f"{size:,} B" for size in SIZES) + " |")
+    print("|---|---" + "|---" * len(SIZES) + "|")
+    for name in names:
+        off = counted({**counting, "VELQUORN_NEXT_STEPS_SHORTCUTS": name})
+        for function in FUNCTIONS:
+            cells = []
+            for size in SIZES:
+                more = [off[label] / on[label] - 1 for label in (f"{function} {kind.label} {size}" for kind in KINDS)]
+                cells.append(f"{min(more):+.1%} to {max(more):+.1%}")
+            print(f"| {name} | {function} | " + " | ".join(cells) + " |", flush=True)
+
+
 def compare(baseline: dict[str, int], now: dict[str, int]) -> bool:
     """Prints the counts against the baseline's; false if one grew too much."""
     print("| answer | baseline | now | growth |\n|---|---|---|---|")
@@ -184,19 +207,23 @@ def main() -> None:
                         help="write this machine's counts into the baseline instead of failing on growth")
     parser.add_argument("--counting", choices=["plain", "sse2", "avx2"], default="sse2",
                         help="how the module counts strings (default: %(default)s)")
+    parser.add_argument("--weigh", action="store_true", help="count with each shortcut off in turn (slow)")
     parser.add_argument("--count-blocks", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.count_blocks:
         return count_blocks()
     if not shutil.which("valgrind"):
         sys.exit("valgrind is not installed (apt-get install valgrind)")
+    counting = {"VELQUORN_NEXT_STEPS_STRING_COUNTING": options.counting}
+    if options.weigh:
+        return weigh(counting)
     row = f"python {sys.version_info.major}.{sys.version_info.minor}, {options.counting}"
     rows = json.loads(BASELINE.read_text()) if BASELINE.exists() else {}
     if row not in rows and not options.rebaseline:
         print(f"Instruction counts not compared: the baseline has no row for {row}"
               "; `bench/instructions.py --rebaseline` adds one.")
         return
-    now = counted({"VELQUORN_NEXT_STEPS_STRING_COUNTING": options.counting})
+    now = counted(counting)
     print(f"Instructions per call, {row}:\n")
     within = compare(rows.get(row, {}), now)
     if options.rebaseline:
