@@ -74,14 +74,12 @@ std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Val
   return {size, m.template call<Fn::hint_size>(response)};
 }
 
-// The compact sizes of a step list and of the leading parts of it that the
-// budget tries.  The first list is measured once, with the end of each of
-// its items; while it is a plain list or tuple, that walk ran no host code,
-// `keep` compares without any and encoded_size is still the module's own,
-// nothing can change before the next length is tried, and the text of a
-// leading part is the one that encoded_size would write for it.  Otherwise
-// each length is measured through the namespace, as the loop would.  A plain
-// list of steps that this call made is not walked: their sizes are known.
+// The compact sizes of the step lists the budget tries.  While
+// encoded_size is the module's own, the first list is measured in place,
+// and a plain list of steps that this call made is not walked: their sizes
+// are known.  Each shorter list is measured through the namespace, as the
+// loop would: the bench's answers almost never drop a step, so knowing the
+// sizes of the leading parts of the first list bought nothing measurable.
 template <class M>
 class StepListSizes {
  public:
@@ -101,25 +99,18 @@ class StepListSizes {
     return measured_.has_value();
   }
 
-  std::int64_t operator()(const Value& steps, std::size_t n) {
-    if (m_.template holds_own<Fn::encoded_size>()) {
-      if (!first_measured_) return first(steps, n);
-      if (reusable_) return n == 0 ? 2 : static_cast<std::int64_t>(measured_->ends[n - 1] + 1);
-    }
+  std::int64_t operator()(const Value& steps) {
+    if (!first_measured_ && m_.template holds_own<Fn::encoded_size>()) return first(steps);
     return m_.template call<Fn::encoded_size>(steps);
   }
 
  private:
-  std::int64_t first(const Value& steps, std::size_t n) {
+  std::int64_t first(const Value& steps) {
     first_measured_ = true;
     if (!measured_) {  // not measured up front as made here
       measured_.emplace();
-      measured_->ends.reserve(n);
       if (!measured_as_made(steps)) count_compact(m_, steps, *measured_);
     }
-    const Kind kind = m_.kind(steps);
-    reusable_ = m_.shortcut(Shortcut::reused_prefix_sizes) && plain_keep_ && !measured_->ran_host_code && (kind == Kind::list || kind == Kind::tuple) &&
-                measured_->ends.size() == n;
     return static_cast<std::int64_t>(measured_->bytes);
   }
 
@@ -129,20 +120,17 @@ class StepListSizes {
   bool measured_as_made(const Value& steps) {
     if (m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
     std::size_t bytes = 1;
-    bool known = true;
+    bool known = true, first_step = true;
     m_.lend_items(steps, [&](const Value& step) {
       const auto* fields = m_.made_steps().find(m_.identity(step));
       const auto step_bytes = fields ? made_step_bytes(m_, fields->tool, fields->reason, fields->args) : std::nullopt;
       if ((known = step_bytes.has_value())) {
-        bytes += (measured_->ends.empty() ? 0 : 1) + *step_bytes;
-        measured_->ends.push_back(bytes);
+        bytes += (first_step ? 0 : 1) + *step_bytes;
+        first_step = false;
       }
       return known;
     });
-    if (!known) {
-      measured_->ends.clear();
-      return false;
-    }
+    if (!known) return false;
     measured_->bytes = bytes + 1;
     return true;
   }
@@ -150,8 +138,8 @@ class StepListSizes {
   M& m_;
   const Value& keep_;
   bool plain_keep_;
-  std::optional<ItemSizeSink> measured_;
-  bool first_measured_ = false, reusable_ = false;
+  std::optional<WatchedSizeSink> measured_;
+  bool first_measured_ = false;
 };
 
 // The answer's compact size and hint bytes as the budget reads them.  Steps
@@ -214,7 +202,7 @@ typename M::Value within_share(M& m, const typename M::Value& response, const ty
   AnswerSizes<M> answer(m, response, list_size.runs_no_host_code(steps));
   auto current = steps;
   for (std::size_t n = m.length(current); m.size_greater(n, keep); n = m.length(current)) {
-    const std::int64_t added = list_size(current, n) + steps_key_bytes;
+    const std::int64_t added = list_size(current) + steps_key_bytes;
     if (answer.hints() + added <= hint_floor_bytes) break;  // the room is never less
     const double room = std::max(hint_share * static_cast<double>(answer.size() + added),
                                  static_cast<double>(hint_floor_bytes));

@@ -92,13 +92,6 @@ struct PlainCheckSink : HintCheckSink {
 // Thrown by a walk that must not run host code where it would have to.
 struct WouldRunHostCode {};
 
-// Also counts the bytes up to the end of each item of the outermost list, so
-// that the text of any leading part of it is known: `[`, those items joined
-// by `,`, then `]`.
-struct ItemSizeSink : WatchedSizeSink {
-  std::vector<std::size_t> ends;
-};
-
 template <class Sink>
 concept WatchesHostCode = std::is_base_of_v<WatchedSizeSink, Sink>;
 template <class Sink>
@@ -107,8 +100,6 @@ template <class Sink>
 concept ChecksOutsideHints = std::is_base_of_v<HintCheckSink, Sink>;
 template <class Sink>
 concept SkipsSafeValues = ChecksOutsideHints<Sink> && Sink::skips_safe_values;
-template <class Sink>
-concept CountsItems = std::is_base_of_v<ItemSizeSink, Sink>;
 
 // The token sizes of the keys met so far, and whether each names a hint
 // field, by the key's identity: records of one shape repeat the same few key
@@ -388,9 +379,6 @@ class Writer {
       if (!first) sink_.ascii(Sink::item_sep);
       first = false;
       value(item);
-      if constexpr (CountsItems<Sink>) {
-        if (open_.size() == 1) sink_.ends.push_back(sink_.bytes);
-      }
       return true;
     });
     sink_.ascii("]");

@@ -27,7 +27,6 @@ namespace next_steps {
   X(made_step_sizes, "the steps a call made measured and compared from their fields (made_steps.hpp)") \
   X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")               \
   X(value_told_repeats, "repeated calls told by value, not by their key texts (assembly.hpp)")          \
-  X(reused_prefix_sizes, "a step list's leading parts sized from one walk of it (budget.hpp)")         \
   X(own_lists, "lists the module made itself used as they are, not copied (assembly.hpp)")             \
   X(leading_files, "a tests scope's files past the cap left untold (test_scope.hpp)")                  \
   X(few_decimals, "a float with few decimals sized without its shortest digits (text.hpp)")                  \
