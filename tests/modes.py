@@ -35,8 +35,8 @@ def environment(**values):
 def fresh_module(shortcuts=None, counting=None):
     """A new module object of the installed extension, made with these settings."""
     path = importlib.import_module(MODULE_NAME).__file__
-    spec = importlib.util.spec_from_file_location(MODULE_NAME, path)
-    module = importlib.util.module_from_spec(spec)
+    found = importlib.util.spec_from_file_location(MODULE_NAME, path)
+    module = importlib.util.module_from_spec(found)
     with environment(**{SHORTCUTS: shortcuts, COUNTING: counting}):
-        spec.loader.exec_module(module)
+        found.loader.exec_module(module)
     return module
