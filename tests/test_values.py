@@ -2,7 +2,6 @@
 
 import dataclasses
 import types
-import typing
 from collections import namedtuple
 
 import pytest
@@ -122,4 +121,3 @@ def test_hint_is_a_frozen_record(ns):
     assert full == same and hash(full) == hash(same) and (Hint("t", "r").action, Hint("t", "r").takes) == (None, None)
     with pytest.raises(dataclasses.FrozenInstanceError):
         full.tool = "file"
-    assert typing.get_args(ns.Takes) == ("fqn", "path", "query", "component", "changed_files")
