@@ -1,5 +1,5 @@
-// Shared helpers of the native tests: values written as JSON text, so that
-// expectations read as the agent sees them.
+// Shared helpers of the native tests: values written as JSON text, and the
+// compact text of a value, so that expectations read as the agent sees them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -67,6 +67,16 @@ class Reader {
 };
 
 inline Json J(std::string_view text) { return Reader(text).value(); }
+
+// The text of a step as JSON, for literal expectations.
+#define STEP(tool, args, reason) R"({"tool":")" tool R"(","args":)" args R"(,"reason":")" reason R"("})"
+
+// The compact text of a value as UTF-8 (the text whose bytes are counted).
+inline std::string compact(NativeModel& m, const Json& v) {
+  RawSink sink;
+  Writer<NativeModel, RawSink>(m, sink).value(v);
+  return m.key_text(json::str32(sink.text));
+}
 
 // The error kind and message that `f` raises, or a failure when it raises none.
 template <class F>
