@@ -48,6 +48,7 @@ import subprocess
 import sys
 import tempfile
 from pathlib import Path
+from statistics import median
 from typing import Any
 
 HERE = Path(__file__).resolve().parent
@@ -165,8 +166,9 @@ def total(dump: Path) -> int:
 
 
 def weigh(counting: dict[str, str]) -> None:
-    """Prints, per shortcut and function, the range over the kinds of how
-    many more instructions a call takes with that shortcut off, by size."""
+    """Prints, per shortcut and function, how many more instructions a call
+    takes with that shortcut off, by size: the median over the four kinds,
+    then their range."""
     table = (ROOT / "src" / "next_steps" / "shortcuts.hpp").read_text()
     names = re.findall(r"^\s*X\((\w+),", table, re.MULTILINE)
     on = counted(counting)
@@ -178,7 +180,7 @@ def weigh(counting: dict[str, str]) -> None:
             cells = []
             for size in SIZES:
                 more = [off[label] / on[label] - 1 for label in (f"{function} {kind.label} {size}" for kind in KINDS)]
-                cells.append(f"{min(more):+.1%} to {max(more):+.1%}")
+                cells.append(f"{median(more):+.1%} ({min(more):+.1%} to {max(more):+.1%})")
             print(f"| {name} | {function} | " + " | ".join(cells) + " |", flush=True)
 
 

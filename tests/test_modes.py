@@ -16,7 +16,7 @@ from velquorn.tool_handlers.freshness import add_freshness
 
 @pytest.mark.parametrize(
     "shortcuts, counting",
-    [(None, None), ("on", "plain"), ("off", None), ("quiet_fields,made_step_sizes", "sse2"), ("", "")],
+    [(None, None), ("on", "plain"), ("off", None), ("check_walk,made_step_sizes", "sse2"), ("", "")],
 )
 def test_a_module_object_is_made_with_any_setting(shortcuts, counting):
     module = fresh_module(shortcuts, counting)
@@ -28,7 +28,7 @@ def test_a_module_object_is_made_with_any_setting(shortcuts, counting):
     "shortcuts, counting, variable, values",
     [
         ("none", None, SHORTCUTS, "'on', 'off' or a comma-separated list of shortcuts to turn off (simd_counts, "),
-        ("off,quiet_fields", None, SHORTCUTS, "'on', 'off' or a comma-separated list"),
+        ("off,check_walk", None, SHORTCUTS, "'on', 'off' or a comma-separated list"),
         (None, "avx512", COUNTING, "'plain', 'sse2' or 'avx2', not 'avx512'"),
     ],
 )

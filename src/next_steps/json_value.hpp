@@ -335,10 +335,7 @@ class NativeModel {
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
   // This model learns nothing from its copies: every field is walked.
-  Json finishing_copy(const Json& v) { return without_null_fields(*this, v); }
-  std::span<const void* const> quiet_fields(const Json&) const { return {}; }
   bool walks_without_host_code(const Json&) const { return true; }
-  bool reads_without_host_code(const Json& v) const { return v->kind == Kind::dict; }
   bool is_exact_bmp_text(const Json& v) const {
     return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
   }

@@ -19,19 +19,11 @@ namespace next_steps {
 // name, what is skipped (and where)
 #define NEXT_STEPS_SHORTCUTS(X)                                                                        \
   X(simd_counts, "a string's bytes counted a vector at a time, not a code point at a time (text.hpp)")  \
-  X(one_walk, "the answer's size and hint bytes from one walk, not two (budget.hpp)")                   \
   X(deferred_size, "the answer's size not measured before the budget needs it (budget.hpp)")            \
   X(check_walk, "values that cannot fail not looked at while the size waits (encoding.hpp)")           \
-  X(quiet_fields, "the copy's fields it found quiet passed over while unchanged (copy_survey.hpp)")    \
-  X(key_caches, "a key's size and hint test remembered by identity within a walk (encoding.hpp)")      \
   X(made_step_sizes, "the steps a call made measured and compared from their fields (made_steps.hpp)") \
   X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")               \
   X(value_told_repeats, "repeated calls told by value, not by their key texts (assembly.hpp)")          \
-  X(own_lists, "lists the module made itself used as they are, not copied (assembly.hpp)")             \
-  X(leading_files, "a tests scope's files past the cap left untold (test_scope.hpp)")                  \
-  X(few_decimals, "a float with few decimals sized without its shortest digits (text.hpp)")                  \
-  X(wide_int_digits, "an int past a machine word sized from its double, not its text (host_model.hpp)")  \
-  X(skipped_hit_count, "the hit count not worked out for a row that takes nothing from hits (usual.hpp)") \
   X(namespace_cache, "the module's names kept until its namespace changes (module_state.hpp)")
 
 enum class Shortcut : std::uint8_t {

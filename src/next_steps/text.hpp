@@ -487,17 +487,12 @@ inline void append_raw_token(std::u32string& out, const StrView& s) {
 namespace detail {
 
 // The shape of a finite double's shortest round-trip digits: sign, how many
-// significant digits, decimal exponent.
-struct Shape {
+// significant digits, decimal exponent, from the scientific text
+// "-d.ddde+XX" of the general algorithm.
+struct Scientific {
   bool negative = false;
   std::size_t digits = 0;
   int exp = 0;
-  // Positional notation for decimal exponents -4..15, as the host lays it out.
-  bool positional() const { return exp >= -4 && exp <= 15; }
-};
-
-// The digits in the scientific text "-d.ddde+XX" of the general algorithm.
-struct Scientific : Shape {
   char text[32];
 
   explicit Scientific(double v) {
@@ -509,6 +504,8 @@ struct Scientific : Shape {
     std::from_chars(e + 1 + (e[1] == '+'), end, exp);
   }
   char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
+  // Positional notation for decimal exponents -4..15, as the host lays it out.
+  bool positional() const { return exp >= -4 && exp <= 15; }
 };
 
 // The decimal digits of m > 0: the bit length gives the digits but for one,
@@ -536,42 +533,6 @@ inline std::size_t decimal_digits(std::uint64_t m) {
                                              10'000'000'000'000'000'000ULL};
   const auto below = static_cast<std::size_t>(((64 - __builtin_clzll(m)) * 1233) >> 12);  // floor(log10(2^bits))
   return below + (m >= powers[below]);
-}
-
-// 10^0 .. 10^308 as doubles, each off by far less than a millionth.
-inline constexpr auto double_powers_of_ten = [] {
-  std::array<double, 309> powers{1.0};
-  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = powers[i - 1] * 10.0;
-  return powers;
-}();
-
-// The shape of a double with at most seven decimals (rounded scores,
-// durations), without the general algorithm.  The integer m nearest
-// |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
-// stays below 2^51; when it does, m's trailing zeros are the decimals the
-// shortest digits do without.  False for any other double.
-inline bool few_decimals(double v, Shape& shape) {
-  const double a = std::fabs(v);
-  const double x = a * 1e7;
-  if (!(x < 0x1p51)) return false;
-  auto m = static_cast<std::uint64_t>(x + 0.5);
-  if (static_cast<double>(m) / 1e7 != a) return false;
-  if (m == 0) {
-    shape = {std::signbit(v), 1, 0};
-    return true;
-  }
-  std::size_t nd = decimal_digits(m);
-  const int exp = static_cast<int>(nd) - 1 - 7;
-  // Its trailing zeros, at most 15 below 2^51, taken 8, 4, 2 and 1 at a time.
-  static constexpr std::pair<std::uint64_t, std::size_t> zeros[] = {{100'000'000, 8}, {10'000, 4}, {100, 2}, {10, 1}};
-  for (const auto& [tens, count] : zeros) {
-    if (m % tens == 0) {
-      m /= tens;
-      nd -= count;
-    }
-  }
-  shape = {std::signbit(v), nd, exp};
-  return true;
 }
 
 }  // namespace detail
@@ -616,14 +577,11 @@ inline std::size_t float_text(double v, char (&buf)[32]) {
   return static_cast<std::size_t>(out - buf);
 }
 
-// The length of float_text, without laying the text out; with
-// `try_few_decimals` (the few_decimals shortcut), without the shortest
-// digits where few_decimals can tell.
-inline std::size_t float_text_length(double v, bool try_few_decimals) {
+// The length of float_text, without laying the text out.
+inline std::size_t float_text_length(double v) {
   if (std::isnan(v)) return 3;
   if (std::isinf(v)) return v > 0 ? 8 : 9;
-  detail::Shape d;
-  if (!try_few_decimals || !detail::few_decimals(v, d)) d = detail::Scientific(v);
+  const detail::Scientific d(v);
   const std::size_t nd = d.digits;
   std::size_t n = d.negative;
   if (!d.positional()) {

@@ -28,8 +28,8 @@ TEST(Settings, AreReadFromTheTwoVariables) {
       {"off", nullptr, Counting::avx2, {Shortcuts::none(), Counting::plain}},
       {"off", "avx2", Counting::avx2, {Shortcuts::none(), Counting::plain}},
       {"simd_counts", nullptr, Counting::avx2, {without({Shortcut::simd_counts}), Counting::plain}},
-      {"quiet_fields,made_step_sizes", nullptr, Counting::sse2,
-       {without({Shortcut::quiet_fields, Shortcut::made_step_sizes}), Counting::sse2}},
+      {"check_walk,made_step_sizes", nullptr, Counting::sse2,
+       {without({Shortcut::check_walk, Shortcut::made_step_sizes}), Counting::sse2}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.shortcuts ? c.shortcuts : "(unset)") + " / " + (c.counting ? c.counting : "(unset)"));
@@ -47,7 +47,7 @@ TEST(Settings, RefuseWhatTheyCannotBeWithTheValuesTheyTake) {
     const char* error_starts;
   } cases[] = {
       // An unknown word, "off" in a list and an unknown level: their messages are checked in test_modes.py.
-      {"quiet_fields,", nullptr, Counting::avx2, "VELQUORN_NEXT_STEPS_SHORTCUTS must be"},
+      {"check_walk,", nullptr, Counting::avx2, "VELQUORN_NEXT_STEPS_SHORTCUTS must be"},
       {"Quiet_Fields", nullptr, Counting::avx2, "VELQUORN_NEXT_STEPS_SHORTCUTS must be"},
       {nullptr, "avx2", Counting::sse2,
        "VELQUORN_NEXT_STEPS_STRING_COUNTING is 'avx2', which this CPU does not run; it runs up to 'sse2'"},
