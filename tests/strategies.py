@@ -57,8 +57,8 @@ SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16
                   sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
 
 plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
-# Strings are counted a vector at a time: long runs without escapes, in every
-# storage width (the marker widens it), of every length around a vector's.
+# Long runs without escapes, in every storage width (the marker widens it),
+# with escapes and wide code points at any place.
 ESCAPES = "\x00\x08\t\n\x1f\"\\"
 MARKERS = ["", "\x7f", "é", "\u07ff", "\u0800", "\uffff", "😀"]
 runs = st.one_of(

@@ -38,7 +38,6 @@ class HostModel {
 
   // --- what the module object was made with
   bool shortcut(Shortcut s) const { return state_.settings.shortcuts.on(s); }
-  next_steps::Counting counting() const { return state_.settings.counting; }
 
   // --- kinds and scalars
   // Strings first: they are most of what an answer holds, keys included.
@@ -152,7 +151,7 @@ class HostModel {
     Object made = Object::steal(text);
     if (slot) {
       *slot = {s.data(), s.size(), made};
-      state_.constant_sizes.remember(made, counting());  // known by address only while the slot holds it
+      state_.constant_sizes.remember(made);  // known by address only while the slot holds it
     }
     return made;
   }
@@ -160,7 +159,7 @@ class HostModel {
   std::size_t token_bytes(const Object& text, bool& surrogate) const {
     if (shortcut(Shortcut::constant_texts))
       if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
-    return next_steps::compact_token_bytes(str_view(text), surrogate, counting());
+    return next_steps::compact_token_bytes(str_view(text), surrogate);
   }
   // "".join(parts) of texts (literals and str() results), made at its final
   // size and width at once, without a tuple to hand to the host's join.

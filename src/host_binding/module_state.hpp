@@ -59,11 +59,11 @@ class Literals {
 // is measured each time.
 class ConstantSizes {
  public:
-  void remember(const Object& text, next_steps::Counting counting) {
+  void remember(const Object& text) {
     Slot& slot = slots_[slot_of(text.get())];
     if (slot.text) return;
     bool surrogate = false;  // a constant has none
-    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate, counting)};
+    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate)};
   }
   const std::size_t* find(const PyObject* text) const {
     const Slot& slot = slots_[slot_of(text)];

@@ -25,10 +25,9 @@ struct SizeSink {
   static constexpr std::string_view item_sep = ",", key_sep = ":";
   std::size_t bytes = 0;
   bool surrogate = false;
-  Counting counting = Counting::plain;  // the model's, set by the walk
   void ascii(const char*, std::size_t n) { bytes += n; }
   void ascii(std::string_view s) { bytes += s.size(); }
-  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate, counting); }
+  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate); }
 };
 
 // Writes the compact text as code points; only made to hand the host a text
@@ -166,9 +165,7 @@ class Writer {
   Writer(M& m, Sink& sink)
       : m_(m),
         sink_(sink),
-        levels_(m) {
-    if constexpr (Sink::counts) sink_.counting = m.counting();
-  }
+        levels_(m) {}
 
   // Scalars are written in place; containers and other values, which may
   // run host code, in functions of their own.  The bodies of the loops over

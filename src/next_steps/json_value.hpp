@@ -118,7 +118,7 @@ class NativeModel {
   using Function = std::function<Json(const std::vector<Json>&)>;
 
   std::size_t max_depth = 500;
-  Settings settings;  // every shortcut, the best counting this CPU runs
+  Settings settings;  // every shortcut
   std::vector<std::string> warnings;
   std::array<Function, function_names.size()> bound{};  // by Fn; empty: the own function
 
@@ -140,7 +140,6 @@ class NativeModel {
   Kind kind(const Json& v) const { return v->kind; }
   bool is_null(const Json& v) const { return v->kind == Kind::null; }
   bool shortcut(Shortcut s) const { return settings.shortcuts.on(s); }
-  Counting counting() const { return settings.counting; }
   const void* identity(const Json& v) const { return v.get(); }
   bool truthy(const Json& v) const {
     switch (v->kind) {
@@ -164,7 +163,7 @@ class NativeModel {
   StrView str_view(const Json& v) const { return {v->text.data(), v->text.size(), 4}; }
   int str_width(const Json&) const { return 4; }
   std::size_t token_bytes(const Json& v, bool& surrogate) const {
-    return compact_token_bytes(str_view(v), surrogate, counting());
+    return compact_token_bytes(str_view(v), surrogate);
   }
   std::string type_name(const Json& v) const {
     static constexpr const char* names[] = {"NoneType", "bool", "int", "float", "str", "list", "tuple", "dict", "object"};

@@ -98,9 +98,8 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // which walk without host code
   { m.equal_without_host_code(v, v) } -> std::same_as<bool>;
 
-  // --- the module object's settings: whether a shortcut is on, and how strings are counted
+  // --- the module object's settings: whether a shortcut is on
   { m.shortcut(Shortcut::deferred_size) } -> std::same_as<bool>;
-  { m.counting() } -> std::same_as<Counting>;
 
   // --- finishing an answer
   m.made_steps().forget();  // the steps this call made, with their fields (made_steps.hpp)

@@ -95,7 +95,7 @@ std::pair<ErrorKind, std::string> raised(F&& f) {
 class BothModes : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
-    if (!GetParam()) m.settings = {Shortcuts::none(), Counting::plain};
+    if (!GetParam()) m.settings = {Shortcuts::none()};
   }
   NativeModel m;
 };
