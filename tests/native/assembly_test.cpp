@@ -21,15 +21,18 @@ Json add(NativeModel& m, const Json& answer, const char* tool, const char* actio
 class AddNextSteps : public next_steps::testing::BothModes {};
 NEXT_STEPS_BOTH_MODES(AddNextSteps);
 
-TEST_P(AddNextSteps, SignalFirstThenUsualWithoutRepeatsCappedAtThree) {
+TEST_P(AddNextSteps, SignalFirstThenUsualWithoutRepeatsCapped) {
   m.bind(Fn::usual, [](const std::vector<Json>&) {
     return J("[" STEP("search", R"({"query":"q","action":"semantic"})", "same call, other reason") "," S1 "," S2
              "," STEP("c", "{}", "three") "]");
   });
   auto answer = add(m, J(R"({"total_count":0})"), "search", "code", J(R"({"query":"q"})"));
-  EXPECT_EQ(compact(m, answer),
-            R"({"total_count":0,"next_steps":[)" STEP("search", R"({"action":"semantic","query":"q"})",
-                                                      "No hits: search by meaning") "," S1 "," S2 "]}");
+  const std::string distinct[] = {STEP("search", R"({"action":"semantic","query":"q"})", "No hits: search by meaning"),
+                                  S1, S2, STEP("c", "{}", "three")};
+  static_assert(max_steps < std::size(distinct), "more distinct steps than the cap");
+  std::string kept;
+  for (std::int64_t i = 0; i < max_steps; ++i) kept += (i ? "," : "") + distinct[i];
+  EXPECT_EQ(compact(m, answer), R"({"total_count":0,"next_steps":[)" + kept + "]}");
 }
 
 Json failing(const std::vector<Json>&) { throw NativeError(ErrorKind::value, "index unavailable"); }
