@@ -8,7 +8,7 @@
 
 #include "next_steps/encoding.hpp"
 #include "next_steps/fast/deferred_size.hpp"
-#include "next_steps/made_steps.hpp"
+#include "next_steps/fast/made_step_sizes.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 
@@ -64,15 +64,14 @@ class StepListSizes {
 
   // Whether the budget's loop can run without host code, and without a
   // failure, for this list: a plain list of no more than `keep` steps, which
-  // the loop never measures, or of steps this call made, measured then from
-  // their fields.
+  // the loop never measures, or one measured up front from its steps'
+  // fields.
   bool runs_no_host_code(const Value& steps) {
     if (!plain_keep_ || m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
     if (!m_.size_greater(m_.length(steps), keep_)) return true;
-    if (!m_.template holds_own<Fn::encoded_size>()) return false;
-    measured_.emplace();
-    if (!measured_as_made(steps)) measured_.reset();
-    return measured_.has_value();
+    if (!m_.template holds_own<Fn::encoded_size>() || !may_take_made_step_sizes(m_, steps)) return false;
+    measured_ = static_cast<std::int64_t>(made_step_sizes(m_, steps));
+    return true;
   }
 
   std::int64_t operator()(const Value& steps) {
@@ -83,38 +82,17 @@ class StepListSizes {
  private:
   std::int64_t first(const Value& steps) {
     first_measured_ = true;
-    if (!measured_) {  // not measured up front as made here
-      measured_.emplace();
-      if (!measured_as_made(steps)) count_compact(m_, steps, *measured_);
+    if (measured_ < 0) {  // not measured up front
+      if (may_take_made_step_sizes(m_, steps)) return static_cast<std::int64_t>(made_step_sizes(m_, steps));
+      return encoded_size(m_, steps);
     }
-    return static_cast<std::int64_t>(measured_->bytes);
-  }
-
-  // Counts the list from the known sizes of its steps, as the walk would:
-  // `[`, the steps joined by `,`, then `]`; whether it could, every step
-  // being one this call made, in a list that walks without host code.
-  bool measured_as_made(const Value& steps) {
-    if (m_.kind(steps) != Kind::list || !m_.walks_without_host_code(steps)) return false;
-    std::size_t bytes = 1;
-    bool known = true, first_step = true;
-    m_.lend_items(steps, [&](const Value& step) {
-      const auto* fields = m_.made_steps().find(m_.identity(step));
-      const auto step_bytes = fields ? made_step_bytes(m_, fields->tool, fields->reason, fields->args) : std::nullopt;
-      if ((known = step_bytes.has_value())) {
-        bytes += (first_step ? 0 : 1) + *step_bytes;
-        first_step = false;
-      }
-      return known;
-    });
-    if (!known) return false;
-    measured_->bytes = bytes + 1;
-    return true;
+    return measured_;
   }
 
   M& m_;
   const Value& keep_;
   bool plain_keep_;
-  std::optional<SizeSink> measured_;
+  std::int64_t measured_ = -1;  // below 0: not measured up front
   bool first_measured_ = false;
 };
 

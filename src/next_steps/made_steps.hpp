@@ -1,13 +1,10 @@
 // The steps a call made itself, with the fields they were made of, so that
-// the budget and the search for repeats need not walk them.
+// the budget need not walk them (fast/made_step_sizes.hpp).
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <optional>
-
-#include "next_steps/model.hpp"
-#include "next_steps/text.hpp"
 
 namespace next_steps {
 
@@ -47,32 +44,5 @@ class MadeSteps {
   std::array<std::optional<Known>, 6> known_;
   std::size_t count_ = 0;
 };
-
-// The compact size of a step {"tool", "args", "reason"} whose tool and
-// reason are exact BMP texts and whose args are a dict of such texts that
-// walks without host code; none for any other step, or one holding a lone
-// surrogate (the walk that measures it instead fails there as ever).
-template <class M>
-std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, const typename M::Value& reason,
-                                           const typename M::Value& args) {
-  using V = typename M::Value;
-  if (!m.is_exact_bmp_text(tool) || !m.is_exact_bmp_text(reason) || m.kind(args) != Kind::dict ||
-      !m.walks_without_host_code(args))
-    return std::nullopt;
-  bool surrogate = false;
-  auto text = [&](const V& v) { return m.token_bytes(v, surrogate); };
-  std::size_t bytes =
-      key_bytes(Name::tool) + text(tool) + key_bytes(Name::args) + key_bytes(Name::reason) + text(reason) + 1;
-  std::size_t entries = 0;
-  bool texts = true;
-  m.lend_entries(args, [&](const V& k, const V& v) {
-    texts = m.is_exact_bmp_text(k) && m.is_exact_bmp_text(v);
-    if (texts) bytes += text(k) + 1 + text(v);
-    ++entries;
-    return texts;
-  });
-  if (!texts || surrogate) return std::nullopt;
-  return bytes + 2 + (entries ? entries - 1 : 0);
-}
 
 }  // namespace next_steps

@@ -67,8 +67,8 @@ typename M::Value without_null_fields(M& m, const typename M::Value& v) {
 }
 
 // One next step: {"tool", "args", "reason"}, the arguments in the order given.
-// Without the made_step_sizes shortcut no step is remembered, so the budget
-// and the search for repeats read every step as they read one of the tool's.
+// The call remembers it with its fields, for the budget to measure it by
+// them (fast/made_step_sizes.hpp).
 template <class M>
 typename M::Value make_step(M& m, const typename M::Value& tool, const typename M::Value& reason,
                             const typename M::Value& args) {
@@ -76,7 +76,7 @@ typename M::Value make_step(M& m, const typename M::Value& tool, const typename 
   m.set_item(step, Name::tool, tool);
   m.set_item(step, Name::args, args);
   m.set_item(step, Name::reason, reason);
-  if (m.shortcut(Shortcut::made_step_sizes)) m.made_steps().remember(m.identity(step), step, tool, reason, args);
+  m.made_steps().remember(m.identity(step), step, tool, reason, args);
   return step;
 }
 

@@ -1,0 +1,70 @@
+// The steps a call made measured from the fields they were made of, not
+// walked.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+#include "next_steps/model.hpp"
+#include "next_steps/tables.hpp"
+
+namespace next_steps {
+
+// The compact size of a step {"tool", "args", "reason"} whose tool and
+// reason are exact BMP texts and whose args are a dict of such texts that
+// walks without host code; none for any other step, or one holding a lone
+// surrogate (the walk that measures it instead fails there as ever).
+template <class M>
+std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, const typename M::Value& reason,
+                                           const typename M::Value& args) {
+  using V = typename M::Value;
+  if (!m.is_exact_bmp_text(tool) || !m.is_exact_bmp_text(reason) || m.kind(args) != Kind::dict ||
+      !m.walks_without_host_code(args))
+    return std::nullopt;
+  bool surrogate = false;
+  auto text = [&](const V& v) { return m.token_bytes(v, surrogate); };
+  std::size_t bytes =
+      key_bytes(Name::tool) + text(tool) + key_bytes(Name::args) + key_bytes(Name::reason) + text(reason) + 1;
+  std::size_t entries = 0;
+  bool texts = true;
+  m.lend_entries(args, [&](const V& k, const V& v) {
+    texts = m.is_exact_bmp_text(k) && m.is_exact_bmp_text(v);
+    if (texts) bytes += text(k) + 1 + text(v);
+    ++entries;
+    return texts;
+  });
+  if (!texts || surrogate) return std::nullopt;
+  return bytes + 2 + (entries ? entries - 1 : 0);
+}
+
+// Whether the step list may be measured from its steps' fields: a plain
+// list (its items read without host code) of steps this call made and
+// still knows, each of which made_step_bytes can measure.
+template <class M>
+bool may_take_made_step_sizes(M& m, const typename M::Value& steps) {
+  if (!m.shortcut(Shortcut::made_step_sizes) || m.kind(steps) != Kind::list || !m.walks_without_host_code(steps))
+    return false;
+  bool known = true;
+  m.lend_items(steps, [&](const auto& step) {
+    const auto* fields = m.made_steps().find(m.identity(step));
+    return known = fields && made_step_bytes(m, fields->tool, fields->reason, fields->args).has_value();
+  });
+  return known;
+}
+
+// The list's compact size as the walk counts it: `[`, the steps joined by
+// `,`, then `]`, each step's size from its fields (none is unknown here:
+// the guard found each).
+template <class M>
+std::size_t made_step_sizes(M& m, const typename M::Value& steps) {
+  std::size_t bytes = 1, count = 0;
+  m.lend_items(steps, [&](const auto& step) {
+    const auto* fields = m.made_steps().find(m.identity(step));
+    if (fields) bytes += made_step_bytes(m, fields->tool, fields->reason, fields->args).value_or(0);
+    ++count;
+    return true;
+  });
+  return bytes + (count ? count - 1 : 0) + 1;
+}
+
+}  // namespace next_steps
