@@ -8,8 +8,7 @@ import pytest
 from hypothesis import event, example, given, settings
 from hypothesis import strategies as st
 from modes import SHORTCUTS, fresh_module
-from strategies import (LONG_INT, SLOW, containers_in, hard_answers, hard_kinds, hard_texts, hard_values, lone_texts,
-                        quiet_field_with_hard_value)
+from strategies import LONG_INT, SLOW, containers_in, hard_answers, hard_kinds, hard_texts, hard_values, lone_texts
 from velquorn.models.symbol import is_code_symbol
 from velquorn.tool_handlers.freshness import add_freshness
 
@@ -135,8 +134,6 @@ blocks = st.none() | st.fixed_dictionaries({"current": st.just(False), "stale_fi
 def count(answer, changes):
     for kind in sorted(hard_kinds(answer)):
         event(kind)
-    if quiet_field_with_hard_value(answer):
-        event("hard value in a quiet field")
     for how, _, _ in changes:
         event(f"the freshness collaborator: {how}")
 
@@ -192,11 +189,9 @@ def test_the_strategies_draw_every_hard_value():
     def draw(answer, changes):
         seen.update(hard_kinds(answer))
         seen.update(how for how, _, _ in changes)
-        if quiet_field_with_hard_value(answer):
-            seen.add("hard value in a quiet field")
 
     draw()
     wanted = {"lone surrogate in a text", "lone surrogate in a key", "int past the digit limit",
               "int past a double's range", "str subclass", "int subclass", "dict subclass", "value whose str() fails",
-              "tuple", "hint field below the top", "hard value in a quiet field", *EDITS}
+              "tuple", "hint field below the top", *EDITS}
     assert wanted <= seen, wanted - seen

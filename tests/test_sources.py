@@ -7,8 +7,6 @@ is read directly, the other through its lookups, and both must agree.
 import types
 
 import pytest
-from hypothesis import given
-from hypothesis import strategies as st
 from velquorn.tool_handlers.next_steps import NEXT_STEPS
 
 TEN = [f"f{i}.py" for i in range(10)]
@@ -34,27 +32,6 @@ RO = types.MappingProxyType
 )
 def test_tests_scope(ns, answer, arguments, scope):
     assert ns._tests_scope(answer, arguments) == ns._tests_scope(RO(answer), RO(arguments)) == scope
-
-
-class Path(str):
-    pass
-
-
-# Paths that repeat, one of them also as a str subclass, whose repeats the
-# host tells by its own hash and ==, and one beyond U+FFFF.
-paths = st.sampled_from([*TEN, "a.py", "b.py", Path("a.py"), "\U0001f4e6.py"])
-
-
-@given(st.lists(paths | st.builds(dict, path=paths), max_size=40), st.sampled_from([None, "", "main"]),
-       st.booleans())
-def test_tests_scope_looks_at_the_first_files_as_answer_files_gives_them(ns, files, base, omitted):
-    answer = {"affected_files": files, "base_branch": base, "files_omitted": omitted}
-    named = ns._answer_files(answer, {})
-    listed_all = len(named) <= 10 and not omitted
-    if base and not (named and listed_all):
-        assert ns._tests_scope(answer, {}) == {"base_branch": base}
-    else:
-        assert ns._tests_scope(answer, {}) == ({"changed_files": named[:10]} if named else {})
 
 
 @pytest.mark.parametrize(

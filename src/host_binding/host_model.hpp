@@ -157,8 +157,8 @@ class HostModel {
   }
   // The compact token size of a text, known for a name or a literal.
   std::size_t token_bytes(const Object& text, bool& surrogate) const {
-    if (shortcut(Shortcut::constant_texts))
-      if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
+    if (may_take_constant_texts(state_.settings, state_.constant_sizes, text.get()))
+      return state_.constant_sizes.bytes(text.get());
     return next_steps::compact_token_bytes(str_view(text), surrogate);
   }
   // "".join(parts) of texts (literals and str() results), made at its final

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "host_binding/fast/constant_texts.hpp"
 #include "host_binding/fast/namespace_cache.hpp"
 #include "host_binding/leaves.hpp"
 #include "host_binding/object.hpp"
@@ -19,67 +20,6 @@
 #include "next_steps/vocabulary.hpp"
 
 namespace host {
-
-// The host texts of the logic's constant texts.  Those live as long as the
-// program, each at one place, so a text is known by where it is: a lookup
-// by address and length hashes no bytes and divides nothing.  A text met at
-// two places is interned once all the same.  The logic has a few dozen; a
-// table that fills up takes no more, and the texts past it are made anew
-// each time they are asked for.
-class Literals {
- public:
-  struct Slot {
-    const char* data = nullptr;
-    std::size_t size = 0;
-    Object text;  // none in an empty slot
-  };
-  // The slot that holds the text, else the empty one where it goes; null
-  // when neither is left.
-  Slot* slot_for(std::string_view s) {
-    for (std::size_t i = slot_of(s), probes = 0; probes < slots_.size(); ++probes, i = (i + 1) % slots_.size()) {
-      Slot& slot = slots_[i];
-      if (!slot.text || (slot.data == s.data() && slot.size == s.size())) return &slot;
-    }
-    return nullptr;
-  }
-  template <class F>
-  void for_each(F&& f) {
-    for (Slot& slot : slots_) f(slot.text);
-  }
-
- private:
-  static constexpr std::size_t slots = 128;
-  static std::size_t slot_of(std::string_view s) { return next_steps::address_slot<slots>(s.data()); }
-  std::array<Slot, slots> slots_;
-};
-
-// The compact token sizes of the module's constant texts (names and
-// literals) by address: steps are measured from their texts, and most of
-// those are constants.  A constant lives as long as the module, so no other
-// object can take its address while it is known.  One whose slot is taken
-// is measured each time.
-class ConstantSizes {
- public:
-  void remember(const Object& text) {
-    Slot& slot = slots_[slot_of(text.get())];
-    if (slot.text) return;
-    bool surrogate = false;  // a constant has none
-    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate)};
-  }
-  const std::size_t* find(const PyObject* text) const {
-    const Slot& slot = slots_[slot_of(text)];
-    return slot.text == text ? &slot.bytes : nullptr;
-  }
-
- private:
-  struct Slot {
-    const PyObject* text = nullptr;
-    std::size_t bytes = 0;
-  };
-  static constexpr std::size_t slots = 256;
-  static std::size_t slot_of(const PyObject* text) { return next_steps::address_slot<slots>(text); }
-  std::array<Slot, slots> slots_;
-};
 
 // Counts the changes of the dicts the module watches: its namespaces, whose
 // names are kept (see State::bound_to).  The host's watcher callback bumps

@@ -19,7 +19,7 @@ namespace next_steps {
   X(deferred_size, "the answer's size not measured before the budget needs it (fast/deferred_size.hpp)")                           \
   X(check_walk, "values that cannot fail not looked at while the size waits (fast/check_walk.hpp)")                           \
   X(made_step_sizes, "the steps a call made measured from their fields, not walked (fast/made_step_sizes.hpp)")                 \
-  X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")                               \
+  X(constant_texts, "constant texts and their sizes kept by address (host_binding/fast/constant_texts.hpp)")                               \
   X(value_told_repeats, "repeated calls told by value, not by their key texts (fast/value_told_repeats.hpp)")          \
   X(namespace_cache, "the module's names kept until its namespace changes (host_binding/fast/namespace_cache.hpp)")
 

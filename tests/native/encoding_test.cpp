@@ -26,14 +26,10 @@ TEST(FloatText, MatchesTheHostsShortestRoundTripLayout) {
     EXPECT_EQ(encoded_size(m, json::real(value)), static_cast<std::int64_t>(text.size())) << expected;
   }
   // Sizes count the text without laying it out: the two must agree on every
-  // exponent and digit count.
-  // Random bits, and values of a few decimals.
+  // exponent and digit count, here of random bits.
   std::mt19937_64 bits(8);
-  const double scale[] = {1, 10, 100, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
   for (int i = 0; i < 200000; ++i) {
-    const double value = i % 2 ? std::bit_cast<double>(bits())
-                               : static_cast<double>(static_cast<std::int64_t>(bits() >> (bits() % 64))) *
-                                     (i % 4 ? 1 : -1) / scale[bits() % 9];
+    const double value = std::bit_cast<double>(bits());
     char buf[32];
     ASSERT_EQ(float_text_length(value), float_text(value, buf)) << value;
   }
