@@ -3,6 +3,7 @@ module's walks meet, the values that the host's JSON writer refuses, and
 answers that carry every value a shortcut's guard exists for."""
 
 import enum
+import math
 import sys
 from collections import namedtuple
 
@@ -40,8 +41,51 @@ Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
 
 
 Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
+Count = type("Count", (int,), {"__str__": lambda self: "not this", "__repr__": lambda self: "not this"})
 Answer = type("Answer", (dict,), {})
 Rows = type("Rows", (list,), {})
+
+
+# Containers that answer for themselves: a walk or a lookup that reads their
+# storage instead of asking them gives another answer than the host's.
+class Reordered(dict):
+    def items(self):
+        return list(dict.items(self))[::-1]
+
+
+class Unpaired(dict):
+    """Entries as two-item lists, then a two-character text: unpacked as pairs by a loop."""
+
+    def items(self):
+        return [[key, value] for key, value in dict.items(self)] + ["ky"]
+
+
+class Aliased(dict):
+    """Its lookups, not its storage, say what it holds."""
+
+    ALIASES = {"total_count": "total", "total": "total_count", "fqn": "path", "path": "fqn", "query": "fqn"}
+
+    def get(self, key, default=None):
+        return dict.get(self, self.ALIASES.get(key, key), default)
+
+    def __getitem__(self, key):
+        return dict.__getitem__(self, self.ALIASES.get(key, key))
+
+
+class Shuffled(list):
+    """Items, length and slices of its own."""
+
+    def __iter__(self):
+        return iter(list(list.__iter__(self))[::-1])
+
+    def __len__(self):
+        return max(0, list.__len__(self) - 1)
+
+    def __getitem__(self, at):
+        return list.__getitem__(self, at) if not isinstance(at, slice) else list(list.__iter__(self))[at][::-1]
+
+
+OWN_CONTAINERS = [Reordered, Unpaired, Aliased, Shuffled]
 Pair = namedtuple("Pair", "first second")
 # Ints past the digit limit the host writes (4300 digits unless set), of
 # its own type and of a subclass, and one past a double's range that it writes.
@@ -51,6 +95,14 @@ LONG_INT = 10 ** ((sys.get_int_max_str_digits() or 4300) + 1)
 HUGE_INT = Huge(LONG_INT)
 WIDE_INT = 10**400
 long_ints = st.builds(lambda sign: sign * LONG_INT, st.sampled_from([1, -1]))
+
+
+
+def _ulps(value, steps):
+    for _ in range(abs(steps)):
+        value = math.nextafter(value, math.inf if steps > 0 else -math.inf)
+    return value
+
 
 SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
 SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
@@ -68,13 +120,23 @@ runs = st.one_of(
 spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
 long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
 texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
-# Wide ints are counted from their double, except next to a power of ten.
+# Wide ints are counted from their double, except next to a power of ten,
+# near the edge of the band round one within which a double cannot tell the
+# digits, and past a double's range.
 near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
                         st.sampled_from([1, -1]))
-ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, st.sampled_from(list(Level)))
-# Rounded values (scores, durations) are counted without the general digits algorithm.
+WIDE_EDGES = [2**1024, 2**1024 - 2**970, *(10**k * f // 10**6 for k in (19, 60, 307) for f in (1000001, 9999990))]
+wide_ints = st.builds(lambda base, d, sign: sign * (base + d), st.sampled_from(WIDE_EDGES), st.integers(-2, 2),
+                      st.sampled_from([1, -1]))
+ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, wide_ints,
+                 st.sampled_from(list(Level)), st.integers().map(Count))
+# Rounded values (scores, durations) are counted without the general digits
+# algorithm: up to seven decimals while the value times 10^7 stays below 2^51.
 rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
-floats = st.one_of(st.floats(), rounded, st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
+near_bounds = st.builds(lambda d, k, ulps, sign: sign * _ulps((2**51 // 10 ** (7 - k) + d) / 10**k, ulps),
+                        st.integers(-2, 2), st.integers(0, 7), st.integers(-2, 2), st.sampled_from([1.0, -1.0]))
+floats = st.one_of(st.floats(), rounded, near_bounds, st.sampled_from(SPECIAL_FLOATS),
+                   st.floats(allow_nan=False).map(Ratio))
 others = st.one_of(
     texts.map(Text),
     st.frozensets(st.integers(0, 9), max_size=3).map(set),
@@ -149,7 +211,8 @@ def hard_containers(children):
     entries = st.dictionaries(hard_keys, children, max_size=4)
     items = st.lists(children, max_size=4)
     return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows),
-                     st.tuples(children, children).map(lambda pair: Pair(*pair)))
+                     st.tuples(children, children).map(lambda pair: Pair(*pair)),
+                     *(entries.map(kind) for kind in OWN_CONTAINERS if issubclass(kind, dict)), items.map(Shuffled))
 
 
 hard_values = st.recursive(hard_leaves, hard_containers, max_leaves=16)
@@ -256,8 +319,11 @@ def hard_kinds(value):
                 kinds.add("lone surrogate in a text")
             if type(v) is not str:
                 kinds.add("str subclass")
-        elif isinstance(v, bool) or isinstance(v, float):
+        elif isinstance(v, bool):
             continue
+        elif isinstance(v, float):
+            if 2**50 < abs(v) * 1e7 < 2**52:
+                kinds.add("float next to the few-decimals bound")
         elif isinstance(v, int):
             if type(v) is not int:
                 kinds.add("int subclass")
@@ -265,6 +331,8 @@ def hard_kinds(value):
                 kinds.add("int past the digit limit")
             elif abs(v) > 2**1024:
                 kinds.add("int past a double's range")
+            elif any(abs(abs(v) - edge) <= 2 for edge in WIDE_EDGES):
+                kinds.add("int next to an edge of the wide digits")
         elif isinstance(v, (NoText, WrongText)):
             kinds.add("value whose str() fails")
         elif isinstance(v, tuple):
@@ -272,6 +340,8 @@ def hard_kinds(value):
             stack.extend((item, depth + 1) for item in v)
         elif isinstance(v, (dict, list)) and id(v) not in depth_of:
             depth_of[id(v)] = depth
+            if type(v) in OWN_CONTAINERS:
+                kinds.add(f"{type(v).__name__} container")
             if isinstance(v, dict):
                 if type(v) is not dict:
                     kinds.add("dict subclass")
@@ -294,3 +364,40 @@ def quiet_field_with_hard_value(answer):
         and hard_kinds(field) - {"hint field below the top"}
         for field in dict.values(answer)
     )
+
+
+# One value of each hard kind, planted into every answer that the mode
+# comparison draws: every kind is drawn by construction.
+PLANTS = {
+    "lone surrogate in a text": lone_texts,
+    "lone surrogate in a key": lone_texts.map(lambda text: {text: 1}),
+    "int past the digit limit": long_ints,
+    "int past a double's range": st.sampled_from([WIDE_INT, -(2**1024) - 1]),
+    "int next to an edge of the wide digits": wide_ints,
+    "float next to the few-decimals bound": near_bounds,
+    "str subclass": texts.map(Name),
+    "int subclass": st.integers().map(Count),
+    "dict subclass": st.dictionaries(hard_keys, hard_leaves, max_size=3).map(Answer),
+    **{f"{kind.__name__} container": st.lists(hard_leaves, min_size=1, max_size=3).map(
+        lambda items, kind=kind: kind(enumerate(items)) if issubclass(kind, dict) else kind(items))
+       for kind in OWN_CONTAINERS},
+    "value whose str() fails": st.sampled_from([NoText(), WrongText()]),
+    "tuple": st.tuples(hard_leaves),
+    "hint field below the top": hard_values.map(lambda value: [{"tip": value}]),
+}
+plants = st.sampled_from(sorted(PLANTS)).flatmap(lambda kind: PLANTS[kind])
+
+
+@st.composite
+def planted_anywhere(draw, answer):
+    """The answer with one hard value put into one of its containers."""
+    value = draw(plants)
+    targets = [c for c in containers_in(answer) if type(c) in (dict, list)]
+    if not targets:
+        return [answer, value]
+    target = draw(st.sampled_from(targets))
+    if isinstance(target, dict):
+        target[draw(hard_keys)] = value
+    else:
+        target.insert(draw(st.integers(0, len(target))), value)
+    return answer
