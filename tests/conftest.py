@@ -16,6 +16,14 @@ settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "dev"))
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
 
 
+def outcome(function, *args, **keywords):
+    """What a call gives: its result, or the kind and text of its error."""
+    try:
+        return ("value", function(*args, **keywords))
+    except Exception as error:  # the host's errors, each call's own
+        return (type(error), str(error))
+
+
 @pytest.fixture(scope="session")
 def ns():
     return importlib.import_module(MODULE_NAME)

@@ -60,6 +60,13 @@ class Unpaired(dict):
         return [[key, value] for key, value in dict.items(self)] + ["ky"]
 
 
+class Unpackable(dict):
+    """Entries as one-item tuples, which a loop cannot unpack as pairs."""
+
+    def items(self):
+        return [(key,) for key in dict.keys(self)]
+
+
 class Aliased(dict):
     """Its lookups, not its storage, say what it holds."""
 
@@ -85,7 +92,7 @@ class Shuffled(list):
         return list.__getitem__(self, at) if not isinstance(at, slice) else list(list.__iter__(self))[at][::-1]
 
 
-OWN_CONTAINERS = [Reordered, Unpaired, Aliased, Shuffled]
+OWN_CONTAINERS = [Reordered, Unpaired, Unpackable, Aliased, Shuffled]
 Pair = namedtuple("Pair", "first second")
 # Ints past the digit limit the host writes (4300 digits unless set), of
 # its own type and of a subclass, and one past a double's range that it writes.
@@ -269,24 +276,31 @@ plain_hard_values = st.recursive(
 )
 
 
-def step_fields(texts, ints, values, keys, dicts):
+def step_fields(texts, ints, values, keys, own):
     """The fields steps are made of, holding these texts, ints and values;
-    `dicts` makes a hit or a step of its fields."""
+    `own` makes a hit, a step or a list of them of their plain container."""
     paths = texts | st.sampled_from(PATHS)
     hit = st.fixed_dictionaries({}, optional={"fqn": texts | values, "path": paths, "file": paths, "name": texts,
                                               "kind": st.sampled_from(["function", "module", "doc"]) | texts})
-    hits = st.lists(hit.flatmap(dicts) | paths, max_size=5)
+    hits = st.lists(hit.flatmap(own) | paths, max_size=5).flatmap(own)
     step = st.fixed_dictionaries({"tool": texts | values, "args": values | st.dictionaries(keys, texts), "reason": texts})
     return {
         "fqn": texts, "file": paths, "query": texts, "path": paths, "base_branch": texts,
         "total_count": ints, "total": ints, "files_omitted": st.booleans() | ints,
-        "files": st.lists(paths | st.builds(dict, path=paths), max_size=15), "affected_files": st.lists(paths, max_size=4),
+        "files": st.lists(paths | st.builds(dict, path=paths), max_size=15).flatmap(own),
+        "affected_files": st.lists(paths, max_size=4).flatmap(own),
         "results": hits, "symbols": hits, "callers": hits, "references": hits, "tests": hits, "definitions": hits,
-        "next_steps": st.lists(step.flatmap(dicts), max_size=4), "tip": values, "note": texts,
+        "next_steps": st.lists(step.flatmap(own), max_size=4).flatmap(own), "tip": values, "note": texts,
     }
 
 
-HARD_FIELDS = step_fields(hard_texts, hard_ints, hard_values, hard_keys, lambda d: st.sampled_from([d, Answer(d)]))
+def own_kinds(container):
+    """The container, or one of its kind that answers for itself."""
+    kinds = [Answer, Aliased, Reordered] if isinstance(container, dict) else [Shuffled]
+    return st.sampled_from([container, *(kind(container) for kind in kinds)])
+
+
+HARD_FIELDS = step_fields(hard_texts, hard_ints, hard_values, hard_keys, own_kinds)
 PLAIN_HARD_FIELDS = step_fields(plain_hard_texts, plain_hard_ints, plain_hard_values, plain_hard_keys, st.just)
 
 
@@ -354,16 +368,6 @@ def hard_kinds(value):
             else:
                 stack.extend((item, depth + 1) for item in list.__iter__(v))
     return kinds
-
-
-def quiet_field_with_hard_value(answer):
-    """Whether a field of the answer is made of exact dicts and lists only,
-    with a hard value somewhere inside: what the copy's survey must catch."""
-    return isinstance(answer, dict) and any(
-        isinstance(field, (dict, list)) and all(type(c) in (dict, list) for c in containers_in(field))
-        and hard_kinds(field) - {"hint field below the top"}
-        for field in dict.values(answer)
-    )
 
 
 # One value of each hard kind, planted into every answer that the mode

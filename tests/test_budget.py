@@ -3,12 +3,12 @@
 import math
 
 import pytest
+from conftest import outcome
 from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
 from strategies import HUGE_INT, SLOW, Answer, answers, leaves, plain_values, poisons
-from test_encoding import outcome
 
 
 def answer_of(total, hints):

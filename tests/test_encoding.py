@@ -7,18 +7,11 @@ import functools
 import json
 
 import pytest
+from conftest import outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe
 from strategies import SLOW, Answer, NoText, Rows, Text, poisoned_values, values
-
-
-def outcome(function, *args):
-    """What a call gives: its result, or the kind and text of its error."""
-    try:
-        return ("value", function(*args))
-    except Exception as error:
-        return (type(error), str(error))
 
 
 @settings(max_examples=2300, **SLOW)

@@ -6,13 +6,11 @@ import sys
 import types
 
 import pytest
+from conftest import MODULE_NAME, outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import HINT_FLOOR_BYTES, MAX_STEPS
 from strategies import HUGE_INT, SLOW, Answer, floats, poisons, texts, values
-from test_encoding import outcome
-
-MODULE_NAME = "velquorn.tool_handlers.next_steps"
 
 
 def a_step(tool, reason="r", **args):

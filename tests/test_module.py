@@ -11,8 +11,7 @@ import typing
 from pathlib import Path
 
 import pytest
-
-MODULE_NAME = "velquorn.tool_handlers.next_steps"
+from conftest import MODULE_NAME
 
 # What the loader imports, in the order a module written in Python would.
 IMPORTED = """
