@@ -16,18 +16,14 @@ figures are the calls' own, not the interpreter's start or the corpus's
 making.
 
 Where an answer's texts and keys lie in memory moves the count by a few per
-cent (the module's tables by address, the alignment the string kernels
-start from), and any unrelated change of what the process allocated first
+cent (the module's tables by address), and any unrelated change of what the process allocated first
 moves where they lie.  So each answer is counted in eight copies placed
 apart at random, and the mean is taken; the run reaches the tree through a
 link of fixed length, with an environment of its own settings only.
 
-Counts depend on the Python version and on how strings are counted (plain,
-SSE2 or AVX2, which the module picks by the CPU), so the baseline
-(instructions.json) has a row per version and level.  The level is forced,
-SSE2 unless asked otherwise, which every x86-64 runs: the counts of a
-machine then do not depend on its CPU's flags.  A version whose row is
-missing is told so and not compared.  A new baseline is a deliberate commit:
+Counts depend on the Python version, so the baseline (instructions.json)
+has a row per version.  A version whose row is missing is told so and not
+compared.  A new baseline is a deliberate commit:
 run this with --rebaseline and say in the commit why the counts moved.
 
 With --weigh, it counts the calls again with each shortcut of the module
@@ -48,6 +44,7 @@ import subprocess
 import sys
 import tempfile
 from pathlib import Path
+from statistics import median
 from typing import Any
 
 HERE = Path(__file__).resolve().parent
@@ -164,21 +161,22 @@ def total(dump: Path) -> int:
     raise ValueError(f"{dump} has no summary line")
 
 
-def weigh(counting: dict[str, str]) -> None:
-    """Prints, per shortcut and function, the range over the kinds of how
-    many more instructions a call takes with that shortcut off, by size."""
+def weigh() -> None:
+    """Prints, per shortcut and function, how many more instructions a call
+    takes with that shortcut off, by size: the median over the four kinds,
+    then their range."""
     table = (ROOT / "src" / "next_steps" / "shortcuts.hpp").read_text()
     names = re.findall(r"^\s*X\((\w+),", table, re.MULTILINE)
-    on = counted(counting)
+    on = counted()
     print("| shortcut off | call | " + " | ".join(f"{size:,} B" for size in SIZES) + " |")
     print("|---|---" + "|---" * len(SIZES) + "|")
     for name in names:
-        off = counted({**counting, "VELQUORN_NEXT_STEPS_SHORTCUTS": name})
+        off = counted({"VELQUORN_NEXT_STEPS_SHORTCUTS": name})
         for function in FUNCTIONS:
             cells = []
             for size in SIZES:
                 more = [off[label] / on[label] - 1 for label in (f"{function} {kind.label} {size}" for kind in KINDS)]
-                cells.append(f"{min(more):+.1%} to {max(more):+.1%}")
+                cells.append(f"{median(more):+.1%} ({min(more):+.1%} to {max(more):+.1%})")
             print(f"| {name} | {function} | " + " | ".join(cells) + " |", flush=True)
 
 
@@ -205,8 +203,6 @@ def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--rebaseline", action="store_true",
                         help="write this machine's counts into the baseline instead of failing on growth")
-    parser.add_argument("--counting", choices=["plain", "sse2", "avx2"], default="sse2",
-                        help="how the module counts strings (default: %(default)s)")
     parser.add_argument("--weigh", action="store_true", help="count with each shortcut off in turn (slow)")
     parser.add_argument("--count-blocks", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
@@ -214,16 +210,15 @@ def main() -> None:
         return count_blocks()
     if not shutil.which("valgrind"):
         sys.exit("valgrind is not installed (apt-get install valgrind)")
-    counting = {"VELQUORN_NEXT_STEPS_STRING_COUNTING": options.counting}
     if options.weigh:
-        return weigh(counting)
-    row = f"python {sys.version_info.major}.{sys.version_info.minor}, {options.counting}"
+        return weigh()
+    row = f"python {sys.version_info.major}.{sys.version_info.minor}"
     rows = json.loads(BASELINE.read_text()) if BASELINE.exists() else {}
     if row not in rows and not options.rebaseline:
         print(f"Instruction counts not compared: the baseline has no row for {row}"
               "; `bench/instructions.py --rebaseline` adds one.")
         return
-    now = counted(counting)
+    now = counted()
     print(f"Instructions per call, {row}:\n")
     within = compare(rows.get(row, {}), now)
     if options.rebaseline:

@@ -10,7 +10,6 @@ from contextlib import contextmanager
 from conftest import MODULE_NAME
 
 SHORTCUTS = "VELQUORN_NEXT_STEPS_SHORTCUTS"
-COUNTING = "VELQUORN_NEXT_STEPS_STRING_COUNTING"
 
 
 @contextmanager
@@ -32,11 +31,11 @@ def environment(**values):
         put(before)
 
 
-def fresh_module(shortcuts=None, counting=None):
-    """A new module object of the installed extension, made with these settings."""
+def fresh_module(shortcuts=None):
+    """A new module object of the installed extension, made with this setting."""
     path = importlib.import_module(MODULE_NAME).__file__
     found = importlib.util.spec_from_file_location(MODULE_NAME, path)
     module = importlib.util.module_from_spec(found)
-    with environment(**{SHORTCUTS: shortcuts, COUNTING: counting}):
+    with environment(**{SHORTCUTS: shortcuts}):
         found.loader.exec_module(module)
     return module

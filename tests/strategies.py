@@ -116,8 +116,8 @@ SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16
                   sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
 
 plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
-# Strings are counted a vector at a time: long runs without escapes, in every
-# storage width (the marker widens it), of every length around a vector's.
+# Long runs without escapes, in every storage width (the marker widens it),
+# with escapes and wide code points at any place.
 ESCAPES = "\x00\x08\t\n\x1f\"\\"
 MARKERS = ["", "\x7f", "é", "\u07ff", "\u0800", "\uffff", "😀"]
 runs = st.one_of(
@@ -127,9 +127,9 @@ runs = st.one_of(
 spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
 long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
 texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
-# Wide ints are counted from their double, except next to a power of ten,
-# near the edge of the band round one within which a double cannot tell the
-# digits, and past a double's range.
+# Ints whose digits a count read off their double would get wrong: next to
+# a power of ten, next to the edge of the band round one where the double
+# cannot tell them, and next to and past a double's range.
 near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
                         st.sampled_from([1, -1]))
 WIDE_EDGES = [2**1024, 2**1024 - 2**970, *(10**k * f // 10**6 for k in (19, 60, 307) for f in (1000001, 9999990))]
@@ -137,8 +137,9 @@ wide_ints = st.builds(lambda base, d, sign: sign * (base + d), st.sampled_from(W
                       st.sampled_from([1, -1]))
 ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, wide_ints,
                  st.sampled_from(list(Level)), st.integers().map(Count))
-# Rounded values (scores, durations) are counted without the general digits
-# algorithm: up to seven decimals while the value times 10^7 stays below 2^51.
+# Rounded values (scores, durations), and values of up to seven decimals
+# next to where the value times 10^7 reaches 2^51: a count of their digits
+# from the decimals alone would go wrong there.
 rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
 near_bounds = st.builds(lambda d, k, ulps, sign: sign * _ulps((2**51 // 10 ** (7 - k) + d) / 10**k, ulps),
                         st.integers(-2, 2), st.integers(0, 7), st.integers(-2, 2), st.sampled_from([1.0, -1.0]))
@@ -337,7 +338,7 @@ def hard_kinds(value):
             continue
         elif isinstance(v, float):
             if 2**50 < abs(v) * 1e7 < 2**52:
-                kinds.add("float next to the few-decimals bound")
+                kinds.add("float next to 2^51 after seven decimals")
         elif isinstance(v, int):
             if type(v) is not int:
                 kinds.add("int subclass")
@@ -346,7 +347,7 @@ def hard_kinds(value):
             elif abs(v) > 2**1024:
                 kinds.add("int past a double's range")
             elif any(abs(abs(v) - edge) <= 2 for edge in WIDE_EDGES):
-                kinds.add("int next to an edge of the wide digits")
+                kinds.add("int next to an edge of a double's digits")
         elif isinstance(v, (NoText, WrongText)):
             kinds.add("value whose str() fails")
         elif isinstance(v, tuple):
@@ -377,8 +378,8 @@ PLANTS = {
     "lone surrogate in a key": lone_texts.map(lambda text: {text: 1}),
     "int past the digit limit": long_ints,
     "int past a double's range": st.sampled_from([WIDE_INT, -(2**1024) - 1]),
-    "int next to an edge of the wide digits": wide_ints,
-    "float next to the few-decimals bound": near_bounds,
+    "int next to an edge of a double's digits": wide_ints,
+    "float next to 2^51 after seven decimals": near_bounds,
     "str subclass": texts.map(Name),
     "int subclass": st.integers().map(Count),
     "dict subclass": st.dictionaries(hard_keys, hard_leaves, max_size=3).map(Answer),

@@ -6,11 +6,8 @@ import sys
 import types
 
 import pytest
-from conftest import MODULE_NAME, outcome
-from hypothesis import example, given, settings
-from hypothesis import strategies as st
+from conftest import MODULE_NAME
 from reference import HINT_FLOOR_BYTES, MAX_STEPS
-from strategies import HUGE_INT, SLOW, Answer, floats, poisons, texts, values
 
 
 def a_step(tool, reason="r", **args):
@@ -49,93 +46,6 @@ def test_failures_escape_and_leave_the_tools_answer(ns, monkeypatch, add_freshne
     with pytest.raises(error):
         ns.finish_answer(answer, "search", action="code")
     assert answer == snapshot
-
-
-# Fields whose text can hold no hint field and cannot fail, as most of an
-# answer is, beside fields of any value; then what host code run after the
-# copy (here the freshness collaborator) may do to them: the answer's size
-# and hints, and its failures, are those of the answer as it is then.
-quiet_values = st.recursive(
-    st.one_of(st.none(), st.booleans(), st.integers(), floats, texts),
-    lambda children: st.one_of(st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple),
-                               st.dictionaries(st.sampled_from(["fqn", "doc", "tags", "line"]), children, max_size=4)),
-    max_leaves=12,
-)
-fields = st.dictionaries(st.sampled_from(["rows", "callers", "stats", "files"]), quiet_values | values, max_size=3)
-CHANGES = ["set", "delete", "append", "replace", "clear", "under a hint", "inside a hint", "nothing"]
-changes = st.tuples(st.integers(0, 40), st.sampled_from(CHANGES),
-                    poisons | st.sampled_from(["t" * 400, None, 7]) | st.just({"tip": "t" * 400}))
-
-
-def change(answer, where, how, value):
-    found = []
-
-    def containers(v):
-        if isinstance(v, (dict, list)):
-            found.append(v)
-            for item in v.values() if isinstance(v, dict) else v:
-                containers(item)
-
-    for field in answer.values():
-        containers(field)
-    if not found or how == "nothing":
-        return
-    target = found[where % len(found)]
-    if how == "under a hint":
-        answer["tips"] = target
-    elif how == "inside a hint":
-        answer["tips"] = {"moved": target}
-    elif how == "clear":
-        target.clear()
-    elif isinstance(target, dict):
-        key = next(iter(target), "tip")
-        target.pop(key, None) if how == "delete" else target.__setitem__(key if how == "replace" else "tip", value)
-    elif how in ("append", "set") or not target:
-        target.append(value)
-    else:
-        target[where % len(target)] = value if how == "replace" else target.pop()
-
-
-@settings(max_examples=400, **SLOW)
-@given(fields, changes)
-# What fails to encode deep inside a field that is otherwise quiet.
-@example({"rows": [{"doc": "ab\udc00"}]}, (0, "nothing", None))
-@example({"rows": [{"\udc00": 1}]}, (0, "nothing", None))
-@example({"rows": [{"line": int(HUGE_INT)}]}, (0, "nothing", None))  # an exact int: a subclass is never quiet
-@example({"rows": Answer(doc="ab\udc00")}, (0, "nothing", None))  # copied by host code
-# A quiet field met again below the top, inside a hint field.
-@example({"rows": ["t" * 400]}, (0, "inside a hint", None))
-# Changes past the containers a field may hold and still be quiet.
-@example({"rows": [{"line": 1} for _ in range(130)]}, (130, "set", "\ud800"))
-@example({"rows": [[] for _ in range(130)]}, (130, "append", "\ud800"))
-def test_changes_after_the_copy_reach_the_budget(ns, fields, how):
-    answer = {"fqn": "a.b", "total_count": 40, **fields}
-    finish = lambda: ns.finish_answer(answer, "symbol", action="callers")  # noqa: E731
-    with pytest.MonkeyPatch.context() as patch:
-        patch.setattr(ns, "add_freshness", lambda copy, block: change(copy, *how))
-        found = outcome(finish)
-        # A rebound copy is host code: every field is then walked anew.
-        own_copy = ns.without_null_fields
-        patch.setattr(ns, "without_null_fields", lambda value: own_copy(value))
-        assert found == outcome(finish)
-
-
-class Meddler(str):
-    """A key whose hash, which the copy runs, puts a plain text in the place
-    of the lone surrogate that ends the list holding the key's dict."""
-
-    def __hash__(self):
-        self.rows[-1] = "x"
-        return super().__hash__()
-
-
-def test_a_copy_that_ran_host_code_leaves_nothing_to_pass_over(ns):
-    key = Meddler("k")
-    key.rows = rows = [None, None]
-    rows[0] = {key: None}
-    rows[-1] = "\udc00"  # the copy holds it, the survey meets the text put in its place
-    with pytest.raises(UnicodeEncodeError):
-        ns.finish_answer({"fqn": "a.b", "total_count": 40, "rows": rows}, "symbol", action="callers")
 
 
 def test_finishing_keeps_no_hold_on_its_answer(ns):
@@ -201,13 +111,6 @@ def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, u
     assert answer.get("next_steps") == (expected or None)
     if signals:
         assert answer["next_steps"][0] is signals[0]
-
-
-def test_the_answer_s_steps_are_a_list_that_no_rebound_function_keeps(ns, monkeypatch):
-    returned = []
-    monkeypatch.setattr(ns, "_deduplicated", lambda steps: returned.extend(steps) or returned)
-    answer = ns._add_next_steps({"fqn": "a.b"}, "symbol", action="callers")
-    assert answer["next_steps"] == returned and answer["next_steps"] is not returned
 
 
 def symbol(fqn):

@@ -13,7 +13,7 @@ import pytest
 from conftest import MODULE_NAME, outcome
 from hypothesis import event, example, find, given, settings
 from hypothesis import strategies as st
-from modes import COUNTING, SHORTCUTS, fresh_module
+from modes import SHORTCUTS, fresh_module
 from reference import compact_size, dedupe, hint_size, hit_count, within_share
 from strategies import (LONG_INT, PLANTS, SLOW, Aliased, Count, Name, Reordered, Shuffled, containers_in,
                         hard_answers, hard_ints, hard_kinds, hard_texts, hard_values, lone_texts, planted_anywhere)
@@ -21,28 +21,24 @@ from velquorn.models.symbol import is_code_symbol
 from velquorn.tool_handlers.freshness import add_freshness
 
 
-@pytest.mark.parametrize(
-    "shortcuts, counting",
-    [(None, None), ("on", "plain"), ("off", None), ("quiet_fields,made_step_sizes", "sse2"), ("", "")],
-)
-def test_a_module_object_is_made_with_any_setting(shortcuts, counting):
-    module = fresh_module(shortcuts, counting)
+@pytest.mark.parametrize("shortcuts", [None, "on", "off", "check_walk,made_step_sizes", ""])
+def test_a_module_object_is_made_with_any_setting(shortcuts):
+    module = fresh_module(shortcuts)
     answer = {"query": "q", "total_count": 0, "results": [], "note": None}
     assert module.finish_answer(answer, "search", action="code")["next_steps"][0]["reason"] == "No hits: search by meaning"
 
 
 @pytest.mark.parametrize(
-    "shortcuts, counting, variable, values",
+    "shortcuts, values",
     [
-        ("none", None, SHORTCUTS, "'on', 'off' or a comma-separated list of shortcuts to turn off (simd_counts, "),
-        ("off,quiet_fields", None, SHORTCUTS, "'on', 'off' or a comma-separated list"),
-        (None, "avx512", COUNTING, "'plain', 'sse2' or 'avx2', not 'avx512'"),
+        ("none", "'on', 'off' or a comma-separated list of shortcuts to turn off (deferred_size, "),
+        ("off,check_walk", "'on', 'off' or a comma-separated list"),
     ],
 )
-def test_any_other_value_fails_the_import_naming_the_variable_and_its_values(shortcuts, counting, variable, values):
+def test_any_other_value_fails_the_import_naming_the_variable_and_its_values(shortcuts, values):
     with pytest.raises(ValueError) as failed:
-        fresh_module(shortcuts, counting)
-    assert str(failed.value).startswith(f"{variable} must be {values}")
+        fresh_module(shortcuts)
+    assert str(failed.value).startswith(f"{SHORTCUTS} must be {values}")
 
 
 OWN = importlib.import_module(MODULE_NAME)

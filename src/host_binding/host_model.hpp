@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include "host_binding/copy_survey.hpp"
 #include "host_binding/module_state.hpp"
 #include "host_binding/object.hpp"
 #include "next_steps/functions.hpp"
@@ -39,7 +38,6 @@ class HostModel {
 
   // --- what the module object was made with
   bool shortcut(Shortcut s) const { return state_.settings.shortcuts.on(s); }
-  next_steps::Counting counting() const { return state_.settings.counting; }
 
   // --- kinds and scalars
   // Strings first: they are most of what an answer holds, keys included.
@@ -80,8 +78,6 @@ class HostModel {
     int overflow = 0;
     const long long n = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
     if (!overflow) return next_steps::int_text_length(n);
-    if (shortcut(Shortcut::wide_int_digits))
-      if (const std::size_t digits = wide_int_digits(v)) return digits + (overflow < 0);
     return static_cast<std::size_t>(PyUnicode_GET_LENGTH(int_repr(v).get()));
   }
   void int_text(const Object& v, std::string& out) const {
@@ -155,7 +151,7 @@ class HostModel {
     Object made = Object::steal(text);
     if (slot) {
       *slot = {s.data(), s.size(), made};
-      state_.constant_sizes.remember(made, counting());  // known by address only while the slot holds it
+      state_.constant_sizes.remember(made);  // known by address only while the slot holds it
     }
     return made;
   }
@@ -163,7 +159,7 @@ class HostModel {
   std::size_t token_bytes(const Object& text, bool& surrogate) const {
     if (shortcut(Shortcut::constant_texts))
       if (const std::size_t* known = state_.constant_sizes.find(text.get())) return *known;
-    return next_steps::compact_token_bytes(str_view(text), surrogate, counting());
+    return next_steps::compact_token_bytes(str_view(text), surrogate);
   }
   // "".join(parts) of texts (literals and str() results), made at its final
   // size and width at once, without a tuple to hand to the host's join.
@@ -377,21 +373,6 @@ class HostModel {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
-  // An exact dict with exact str keys only, none of whose values is an int
-  // or list of a subclass (bool aside): looking a name up in it hashes and
-  // compares nothing but texts, and int() or len() of what it finds is the
-  // host's own, so reading it runs no host code and cannot fail.
-  bool reads_without_host_code(const Object& v) const {
-    if (!PyDict_CheckExact(v.get())) return false;
-    Py_ssize_t pos = 0;
-    PyObject *key, *value;
-    while (PyDict_Next(v.get(), &pos, &key, &value)) {
-      if (!PyUnicode_CheckExact(key)) return false;
-      if (PyLong_Check(value) && !PyLong_CheckExact(value) && !PyBool_Check(value)) return false;
-      if (PyList_Check(value) && !PyList_CheckExact(value)) return false;
-    }
-    return true;
-  }
   // An exact str without code points above U+FFFF: the call key writes
   // such a character as two surrogate escapes, as it writes those two code
   // points, so only without them are two texts written alike when equal.
@@ -535,16 +516,6 @@ class HostModel {
     }
   }
   next_steps::MadeSteps<Object>& made_steps() { return made_steps_; }
-  // The copy that finishing an answer makes, surveyed for the fields that
-  // measuring it may pass over while they stay as copied.
-  Object finishing_copy(const Object& v) {
-    if (!shortcut(Shortcut::quiet_fields)) return next_steps::without_null_fields(*this, v);
-    survey_.emplace(state_.watcher, counting());
-    return next_steps::copy_without_nulls(*this, v, *survey_);
-  }
-  std::span<const void* const> quiet_fields(const Object& top) const {
-    return survey_ ? survey_->quiet_fields(top) : std::span<const void* const>{};
-  }
   Object call_step(const Object& tool, const Object& reason, std::initializer_list<std::pair<Name, Object>> args) {
     auto bound = resolve<Fn::step>();
     if (bound.own) {
@@ -573,29 +544,6 @@ class HostModel {
     char digits[24];
     const auto end = std::to_chars(digits, digits + sizeof digits, PyUnstable_Long_CompactValue(small)).ptr;
     return Object::steal(PyUnicode_FromStringAndSize(digits, end - digits));
-  }
-
-  // The decimal digits of an int beyond a machine word, read off its nearest
-  // double instead of its text; 0 where the double cannot tell: next to a
-  // power of ten, or beyond the double's range (the text then decides, and
-  // fails as the host's does for an int too long to write).
-  std::size_t wide_int_digits(const Object& v) const {
-    const double value = PyLong_AsDouble(v.get());
-    if (value == -1.0 && PyErr_Occurred()) {
-      PyErr_Clear();
-      return 0;
-    }
-    const double d = std::fabs(value);
-    // The power of ten at or below d, first guessed from its binary exponent.
-    int binary = 0;
-    std::frexp(d, &binary);
-    auto below = static_cast<std::size_t>((binary - 1) * 0.30102999566398120);  // log10(2)
-    const auto& powers = next_steps::detail::double_powers_of_ten;
-    while (below + 1 < powers.size() && powers[below + 1] <= d) ++below;
-    while (below > 0 && powers[below] > d) --below;
-    const double scaled = d / powers[below];  // in [1, 10) but for rounding
-    if (scaled < 1.000001 || scaled > 9.999999) return 0;
-    return below + 1;
   }
 
   bool compare_int(const Object& v, long long n, int op) const {
@@ -640,7 +588,6 @@ class HostModel {
   PyObject* dict_;
   Object failure_;
   next_steps::MadeSteps<Object> made_steps_;
-  std::optional<CopySurvey> survey_;
 };
 
 static_assert(next_steps::ValueModel<HostModel>);

@@ -10,7 +10,7 @@ namespace host {
 // A text's storage as the logic reads it.
 [[gnu::always_inline]] inline next_steps::StrView view_of(PyObject* text) {
   return {PyUnicode_DATA(text), static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)),
-          static_cast<int>(PyUnicode_KIND(text)), PyUnicode_IS_ASCII(text) != 0};
+          static_cast<int>(PyUnicode_KIND(text))};
 }
 
 // Whether a key names a hint field: only an ASCII text can.

@@ -72,12 +72,11 @@ class Loader {
   }
 
  private:
-  // Which shortcuts this module object takes and how it counts strings, as
-  // the environment says now (a later change reaches only module objects
-  // made after it).
+  // Which shortcuts this module object takes, as the environment says now
+  // (a later change reaches only module objects made after it).
   void read_settings() {
-    const std::string shortcuts(ns::shortcuts_variable), counting(ns::counting_variable);
-    const ns::SettingsRead read = ns::read_settings(std::getenv(shortcuts.c_str()), std::getenv(counting.c_str()), ns::best_counting());
+    const std::string shortcuts(ns::shortcuts_variable);
+    const ns::SettingsRead read = ns::read_settings(std::getenv(shortcuts.c_str()));
     if (!read.error.empty()) {
       PyErr_SetString(PyExc_ValueError, read.error.c_str());
       fail();
@@ -89,7 +88,7 @@ class Loader {
     State& s = *state_slot(module_);
     for (std::size_t i = 0; i < ns::name_texts.size(); ++i) {
       s.names[i] = intern(ns::name_texts[i]);
-      s.constant_sizes.remember(s.names[i], s.settings.counting);
+      s.constant_sizes.remember(s.names[i]);
     }
     for (std::size_t i = 0; i < ns::function_names.size(); ++i) s.function_names[i] = intern(ns::function_names[i]);
     s.get = intern("get");
@@ -355,8 +354,7 @@ void free_module(void* module) {
 // Every interpreter, those with a GIL of their own too, makes its own
 // module objects: what a call reads or writes is its module object's State
 // and that interpreter's objects, or is immutable (the logic's constexpr
-// tables, cpu_has_avx2 once the library is loaded), but for the one count of
-// watched changes, which is atomic.  The host objects that interpreters
+// tables), but for the one count of watched changes, which is atomic.  The host objects that interpreters
 // share (None, True, the static types, texts interned for all) are
 // immortal, so no reference count of theirs is written from two at once.
 PyModuleDef_Slot slots[] = {

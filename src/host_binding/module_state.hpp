@@ -59,11 +59,11 @@ class Literals {
 // is measured each time.
 class ConstantSizes {
  public:
-  void remember(const Object& text, next_steps::Counting counting) {
+  void remember(const Object& text) {
     Slot& slot = slots_[slot_of(text.get())];
     if (slot.text) return;
     bool surrogate = false;  // a constant has none
-    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate, counting)};
+    slot = {text.get(), next_steps::compact_token_bytes(view_of(text.get()), surrogate)};
   }
   const std::size_t* find(const PyObject* text) const {
     const Slot& slot = slots_[slot_of(text)];
@@ -81,11 +81,9 @@ class ConstantSizes {
 };
 
 // Counts the changes of the dicts the module watches: its namespaces, whose
-// names are kept (see State::bound_to), and while an answer is finished the
-// dicts of the copy that its measuring may pass over (copy_survey.hpp).  The
-// host's watcher callback bumps it on every add, change, removal, clear,
-// clone or deallocation of such a dict, before the change takes effect and
-// under the lock of the dict's interpreter, so what was read at the count
+// names are kept (see State::bound_to).  The host's watcher callback bumps
+// it on every add, change, removal, clear, clone or deallocation of such a
+// dict, before the change takes effect and under the lock of the dict's interpreter, so what was read at the count
 // still read now (under that same lock) was read after the last change.
 //
 // One count for all module objects, dicts and interpreters: the callback is
@@ -94,10 +92,9 @@ class ConstantSizes {
 // same time, hence the atomic; relaxed is enough, as a reader only needs to
 // see the bumps of its own interpreter, which its GIL orders before the
 // read.  Another interpreter's bump moves the count too, and only makes a
-// kept name looked up once more or the copy's fields walked: these dicts
-// change rarely (the bench's calls move it never), and an x86 or ARM load
-// of it costs what a plain one does, where a count per interpreter would
-// cost a lookup of the interpreter's state in the callback and one more
+// kept name looked up once more: these dicts change rarely (the bench's
+// calls move it never), and an x86 or ARM load of it costs what a plain one
+// does, where a count per interpreter would cost a lookup of the interpreter's state in the callback and one more
 // indirection at every read.
 inline std::atomic<std::uint64_t> watched_changes = 1;
 

@@ -132,29 +132,20 @@ class SeenCalls {
 };
 
 // The steps without a repeat of the same call (same tool and arguments,
-// whatever their order and reason); the first occurrence stays.  A plain
-// list that only the caller holds may come back as itself when nothing
-// repeats: the new list is made at the first repeat, if any.
+// whatever their order and reason); the first occurrence stays.
 template <class M>
-typename M::Value deduplicated(M& m, const typename M::Value& steps, bool callers_own_list = false) {
+typename M::Value deduplicated(M& m, const typename M::Value& steps) {
   using V = typename M::Value;
-  std::optional<V> kept;
-  if (!callers_own_list) kept = m.new_list();
+  V kept = m.new_list();
   SeenCalls<M> seen(m, steps);
-  std::size_t met = 0;
   m.for_each_item(steps, [&](const V& step) {
     const auto fields = seen.known_fields(step);
     const V tool = fields ? fields->first : m.get_item(step, Name::tool);
     const V args = fields ? fields->second : m.get_item(step, Name::args);
-    if (seen.add(tool, args)) {
-      if (kept) m.append(*kept, step);
-    } else if (!kept) {
-      kept = m.head(steps, met);
-    }
-    ++met;
+    if (seen.add(tool, args)) m.append(kept, step);
     return true;
   });
-  return kept ? *kept : steps;
+  return kept;
 }
 
 template <class M>
@@ -168,25 +159,17 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     steps = m.list_of(own);
   } else {
     const V given = m.is_null(arguments) ? m.new_dict() : arguments;
-    const auto signals = m.template resolve<Fn::signals>();
-    const V signal = m.invoke(signals, response, tool, action, given);
+    const V signal = m.template call<Fn::signals>(response, tool, action, given);
     const V usual = m.template call<Fn::usual>(response, tool, action, given);
-    // The module's own functions hand back new plain lists that nothing
-    // else holds: such a list is used as it is instead of a copy of it (the
-    // signal count read before the usual steps join it).
-    const bool own_lists = m.shortcut(Shortcut::own_lists);
-    const std::size_t own_signals = signals.own ? m.length(signal) : 0;
-    V all = own_lists && signals.own ? signal : m.list_of(signal);
+    V all = m.list_of(signal);
     m.for_each_item(usual, [&](const V& step) {
       m.append(all, step);
       return true;
     });
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
     if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
-    const V kept = deduplicated.own ? next_steps::deduplicated(m, all, own_lists) : m.invoke(deduplicated, all);
-    const auto cap = static_cast<std::size_t>(max_steps);
-    steps = own_lists && deduplicated.own && m.length(kept) <= cap ? kept : m.head(kept, cap);
-    const std::size_t signalled = signals.own ? own_signals : m.length(signal);
+    steps = m.head(m.invoke(deduplicated, all), static_cast<std::size_t>(max_steps));
+    const std::size_t signalled = m.length(signal);
     keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(signalled), max_steps));
   }
   steps = m.template call<Fn::within_share>(response, steps, m.make_int(keep));

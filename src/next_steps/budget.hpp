@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <tuple>
-#include <utility>
 
 #include "next_steps/encoding.hpp"
 #include "next_steps/made_steps.hpp"
@@ -49,29 +47,6 @@ std::int64_t hint_size(M& m, const typename M::Value& v) {
     });
   }
   return total;
-}
-
-// The answer's compact size, then its hint bytes.  While both functions are
-// the module's own, one walk gives both: it writes the same text that
-// encoded_size counts (so its failures, their order and the late report of a
-// lone surrogate are encoded_size's), and the hint walk visits a part of what
-// that walk visits, counting each hint field's value by the same text.  When
-// the walk ran no host code, nothing could change between the two walks, and
-// the hint walk could not fail where the size walk did not (its containers
-// are the size walk's, at the same depth); otherwise the hint walk runs
-// after it as before, found through the namespace then.
-template <class M>
-std::pair<std::int64_t, std::int64_t> size_and_hints(M& m, const typename M::Value& response) {
-  if (m.shortcut(Shortcut::one_walk) && m.template holds_own<Fn::encoded_size>() &&
-      m.template holds_own<Fn::hint_size>()) {
-    HintSizeSink sink;
-    count_compact(m, response, sink);
-    const auto size = static_cast<std::int64_t>(sink.bytes);
-    if (!sink.ran_host_code) return {size, static_cast<std::int64_t>(sink.hint_bytes)};
-    return {size, m.template call<Fn::hint_size>(response)};
-  }
-  const std::int64_t size = m.template call<Fn::encoded_size>(response);
-  return {size, m.template call<Fn::hint_size>(response)};
 }
 
 // The compact sizes of the step lists the budget tries.  While
@@ -138,7 +113,7 @@ class StepListSizes {
   M& m_;
   const Value& keep_;
   bool plain_keep_;
-  std::optional<WatchedSizeSink> measured_;
+  std::optional<SizeSink> measured_;
   bool first_measured_ = false;
 };
 
@@ -158,7 +133,8 @@ class AnswerSizes {
     if (nothing_runs_between && m.shortcut(Shortcut::deferred_size) && m.template holds_own<Fn::encoded_size>() &&
         m.template holds_own<Fn::hint_size>() && hints_counted_alone())
       return;
-    std::tie(size_, hints_) = size_and_hints(m, response);
+    size_ = m.template call<Fn::encoded_size>(response);
+    hints_ = m.template call<Fn::hint_size>(response);
   }
 
   std::int64_t hints() const { return hints_; }
@@ -177,7 +153,6 @@ class AnswerSizes {
   template <class Sink>
   bool hints_counted_alone_by() {
     Sink sink;
-    sink.quiet = m_.quiet_fields(response_);
     try {
       count_compact(m_, response_, sink);
     } catch (const WouldRunHostCode&) {

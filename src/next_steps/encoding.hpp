@@ -25,10 +25,9 @@ struct SizeSink {
   static constexpr std::string_view item_sep = ",", key_sep = ":";
   std::size_t bytes = 0;
   bool surrogate = false;
-  Counting counting = Counting::plain;  // the model's, set by the walk
   void ascii(const char*, std::size_t n) { bytes += n; }
   void ascii(std::string_view s) { bytes += s.size(); }
-  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate, counting); }
+  void token(const StrView& s) { bytes += compact_token_bytes(s, surrogate); }
 };
 
 // Writes the compact text as code points; only made to hand the host a text
@@ -54,36 +53,21 @@ struct KeySink {
   void token(const StrView& s) { append_ascii_token(text, s); }
 };
 
-// Counts the compact text's bytes and says whether the walk ran host code
-// (a subclass's items() or iteration, str() of an other value): only a walk
-// that ran none is sure to give the same counts when made again.
-struct WatchedSizeSink : SizeSink {
-  bool ran_host_code = false;
-};
-
-// Also counts the bytes that the hint walk (budget.hpp) would count: the
-// values of hint fields met on a path of dicts and lists from the top,
-// outside every hint field's value.
-struct HintSizeSink : WatchedSizeSink {
+// Counts the bytes that the hint walk (budget.hpp) would count: the values
+// of hint fields met on a path of dicts and lists from the top, outside
+// every hint field's value; outside hint fields the walk only looks for
+// what fails to encode.  A one-byte string, an int within a double's range
+// and a float always encode, so outside tuples and hint fields' values they
+// are not looked at, and a one-byte key is only asked whether it names a
+// hint field (one met before that names none, not even that); that is with
+// the check_walk shortcut, the plain check looks at every value and key.
+// The walk runs no host code: where it would, it stops (WouldRunHostCode).
+struct HintCheckSink : SizeSink {
+  static constexpr bool skips_safe_values = true;
   std::size_t hint_bytes = 0;
   // How many tuples and hint fields' values enclose what is being written:
   // the hint walk enters neither, so only at 0 is a value on its path.
   std::size_t nested_past_hint_walk = 0;
-};
-
-// Counts the hint bytes as HintSizeSink does, but not the rest of the text:
-// outside hint fields the walk only looks for what fails to encode.  A
-// one-byte string, an int within a double's range and a float always
-// encode, so outside tuples and hint fields' values they are not looked at,
-// and a one-byte key is only asked whether it names a hint field (one met
-// before that names none, not even that); that is with the check_walk
-// shortcut, the plain check looks at every value and key.  The fields of
-// the top dict known to hold neither a hint field nor anything that fails
-// (by identity; see HostModel::quiet_fields) are passed over whole.  The
-// walk runs no host code: where it would, it stops (WouldRunHostCode).
-struct HintCheckSink : HintSizeSink {
-  static constexpr bool skips_safe_values = true;
-  std::span<const void* const> quiet;
 };
 struct PlainCheckSink : HintCheckSink {
   static constexpr bool skips_safe_values = false;
@@ -93,51 +77,9 @@ struct PlainCheckSink : HintCheckSink {
 struct WouldRunHostCode {};
 
 template <class Sink>
-concept WatchesHostCode = std::is_base_of_v<WatchedSizeSink, Sink>;
+concept CountsHints = std::is_base_of_v<HintCheckSink, Sink>;
 template <class Sink>
-concept CountsHints = std::is_base_of_v<HintSizeSink, Sink>;
-template <class Sink>
-concept ChecksOutsideHints = std::is_base_of_v<HintCheckSink, Sink>;
-template <class Sink>
-concept SkipsSafeValues = ChecksOutsideHints<Sink> && Sink::skips_safe_values;
-
-// The token sizes of the keys met so far, and whether each names a hint
-// field, by the key's identity: records of one shape repeat the same few key
-// objects.  An identity names the same text only while the key lives, so
-// the cache is used only until the walk may have run host code (which could
-// free a key and make another at its place).  Two ways per set keep a dozen
-// keys or so apart.
-class KeySizes {
- public:
-  struct Known {
-    std::size_t bytes;
-    bool hint;
-  };
-  const Known* find(const void* key) const {
-    const std::size_t i = set_of(key);
-    if (keys_[i][0] == key) return &known_[i][0];
-    if (keys_[i][1] == key) return &known_[i][1];
-    return nullptr;
-  }
-  // The newest key takes the first way, the one there moves to the second.
-  void remember(const void* key, Known known) {
-    const std::size_t i = set_of(key);
-    if (keys_[i][0]) {
-      keys_[i][1] = keys_[i][0];
-      known_[i][1] = known_[i][0];
-    }
-    keys_[i][0] = key;
-    known_[i][0] = known;
-  }
-
- private:
-  static constexpr std::size_t sets = 32;
-  static std::size_t set_of(const void* key) { return address_slot<sets>(key); }
-  // A way is empty while its key is null (no key lies there); only the keys
-  // are cleared up front, a way's size is only read once its key is set.
-  const void* keys_[sets][2] = {};
-  Known known_[sets][2];
-};
+concept SkipsSafeValues = CountsHints<Sink> && Sink::skips_safe_values;
 
 // The one-byte keys met so far that name no hint field, by identity, for a
 // walk that runs no host code (so every key it met lives on).  A key whose
@@ -223,11 +165,7 @@ class Writer {
   Writer(M& m, Sink& sink)
       : m_(m),
         sink_(sink),
-        keys_known_(m.shortcut(Shortcut::key_caches)),
-        few_decimals_(m.shortcut(Shortcut::few_decimals)),
-        levels_(m) {
-    if constexpr (Sink::counts) sink_.counting = m.counting();
-  }
+        levels_(m) {}
 
   // Scalars are written in place; containers and other values, which may
   // run host code, in functions of their own.  The bodies of the loops over
@@ -262,9 +200,7 @@ class Writer {
   }
 
   void host_code_ran() {
-    if constexpr (ChecksOutsideHints<Sink>) throw WouldRunHostCode{};
-    if constexpr (WatchesHostCode<Sink>) sink_.ran_host_code = true;
-    keys_known_ = false;
+    if constexpr (CountsHints<Sink>) throw WouldRunHostCode{};
     levels_.settle();
   }
 
@@ -286,7 +222,7 @@ class Writer {
       if (sink_.nested_past_hint_walk == 0) return;
     }
     if constexpr (Sink::counts) {
-      sink_.bytes += float_text_length(d, few_decimals_);
+      sink_.bytes += float_text_length(d);
     } else {
       char buf[32];
       sink_.ascii(buf, float_text(d, buf));
@@ -305,26 +241,12 @@ class Writer {
     if constexpr (SkipsSafeValues<Sink>) {
       if (sink_.nested_past_hint_walk == 0) {  // its size is not needed
         const void* id = m_.identity(k);
-        if (plain_keys_.holds(id)) return false;  // never, without key caches: none is added
+        if (plain_keys_.holds(id)) return false;
         if (m_.str_width(k) == 1) {
           const bool hint = names_hint(k);
-          if (!hint && keys_known_) plain_keys_.add(id);
+          if (!hint) plain_keys_.add(id);
           return hint;
         }
-      }
-    }
-    if constexpr (Sink::counts) {
-      if (keys_known_) {
-        const void* id = m_.identity(k);
-        if (const KeySizes::Known* known = key_sizes_.find(id)) {
-          sink_.bytes += known->bytes;
-          return known->hint;
-        }
-        const std::size_t before = sink_.bytes;
-        sink_.token(m_.str_view(k));
-        const bool hint = names_hint(k);
-        key_sizes_.remember(id, {sink_.bytes - before, hint});
-        return hint;
       }
     }
     sink_.token(m_.str_view(k));
@@ -399,15 +321,7 @@ class Writer {
       // A hint field's value counts whole, once: hint fields inside it do not.
       if (hint && sink_.nested_past_hint_walk == 0) return hint_field(item);
     }
-    if constexpr (ChecksOutsideHints<Sink>) {
-      if (open_.size() == 1 && quiet_field(item)) return;
-    }
     value(item);
-  }
-
-  bool quiet_field(const Value& item) const {
-    const void* id = m_.identity(item);
-    return std::find(sink_.quiet.begin(), sink_.quiet.end(), id) != sink_.quiet.end();
   }
 
   void hint_field(const Value& item) {
@@ -445,12 +359,8 @@ class Writer {
   Sink& sink_;
   OpenContainers open_;
   std::string scratch_;
-  struct NoKeySizes {};
-  [[no_unique_address]] std::conditional_t<Sink::counts, KeySizes, NoKeySizes> key_sizes_;
-  [[no_unique_address]] std::conditional_t<SkipsSafeValues<Sink>, PlainKeys, NoKeySizes> plain_keys_;
-  // The key caches are on and no host code ran yet: the key sizes hold.
-  bool keys_known_;
-  const bool few_decimals_;
+  struct NoPlainKeys {};
+  [[no_unique_address]] std::conditional_t<SkipsSafeValues<Sink>, PlainKeys, NoPlainKeys> plain_keys_;
   Levels<M> levels_;
 };
 

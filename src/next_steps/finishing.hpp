@@ -10,8 +10,7 @@ template <class M>
 typename M::Value finish_answer(M& m, const typename M::Value& response, const typename M::Value& tool,
                                 const typename M::Value& action, const typename M::Value& arguments,
                                 const typename M::Value& freshness) {
-  const auto copy = m.template resolve<Fn::without_null_fields>();
-  const auto finished = copy.own ? m.finishing_copy(response) : m.invoke(copy, response);
+  const auto finished = m.template call<Fn::without_null_fields>(response);
   m.template call<Fn::add_freshness>(finished, freshness);
   return m.template call<Fn::add_next_steps>(finished, tool, action, arguments);
 }

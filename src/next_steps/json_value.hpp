@@ -118,7 +118,7 @@ class NativeModel {
   using Function = std::function<Json(const std::vector<Json>&)>;
 
   std::size_t max_depth = 500;
-  Settings settings;  // every shortcut, the best counting this CPU runs
+  Settings settings;  // every shortcut
   std::vector<std::string> warnings;
   std::array<Function, function_names.size()> bound{};  // by Fn; empty: the own function
 
@@ -140,7 +140,6 @@ class NativeModel {
   Kind kind(const Json& v) const { return v->kind; }
   bool is_null(const Json& v) const { return v->kind == Kind::null; }
   bool shortcut(Shortcut s) const { return settings.shortcuts.on(s); }
-  Counting counting() const { return settings.counting; }
   const void* identity(const Json& v) const { return v.get(); }
   bool truthy(const Json& v) const {
     switch (v->kind) {
@@ -164,7 +163,7 @@ class NativeModel {
   StrView str_view(const Json& v) const { return {v->text.data(), v->text.size(), 4}; }
   int str_width(const Json&) const { return 4; }
   std::size_t token_bytes(const Json& v, bool& surrogate) const {
-    return compact_token_bytes(str_view(v), surrogate, counting());
+    return compact_token_bytes(str_view(v), surrogate);
   }
   std::string type_name(const Json& v) const {
     static constexpr const char* names[] = {"NoneType", "bool", "int", "float", "str", "list", "tuple", "dict", "object"};
@@ -335,10 +334,7 @@ class NativeModel {
     return is_hint_key_text(std::string(key->text.begin(), key->text.end()));
   }
   // This model learns nothing from its copies: every field is walked.
-  Json finishing_copy(const Json& v) { return without_null_fields(*this, v); }
-  std::span<const void* const> quiet_fields(const Json&) const { return {}; }
   bool walks_without_host_code(const Json&) const { return true; }
-  bool reads_without_host_code(const Json& v) const { return v->kind == Kind::dict; }
   bool is_exact_bmp_text(const Json& v) const {
     return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });
   }

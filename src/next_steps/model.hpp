@@ -90,8 +90,6 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // --- what a value is known to be
   { m.is_hint_key(v) } -> std::same_as<bool>;
   { m.walks_without_host_code(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
-  // A dict whose get() of a name, and int() or len() of what it holds, run no host code
-  { m.reads_without_host_code(v) } -> std::same_as<bool>;
   // A str of the exact type with no code point past U+FFFF: two such texts
   // are equal exactly when their call-key texts are.
   { m.is_exact_bmp_text(v) } -> std::same_as<bool>;
@@ -100,15 +98,11 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // which walk without host code
   { m.equal_without_host_code(v, v) } -> std::same_as<bool>;
 
-  // --- the module object's settings: whether a shortcut is on, and how strings are counted
-  { m.shortcut(Shortcut::one_walk) } -> std::same_as<bool>;
-  { m.counting() } -> std::same_as<Counting>;
+  // --- the module object's settings: whether a shortcut is on
+  { m.shortcut(Shortcut::deferred_size) } -> std::same_as<bool>;
 
   // --- finishing an answer
   m.made_steps().forget();  // the steps this call made, with their fields (made_steps.hpp)
-  { m.finishing_copy(v) } -> std::same_as<typename M::Value>;  // without_null_fields of the answer
-  // Fields of the copy that measuring it may pass over (see encoding.hpp).
-  { m.quiet_fields(v) } -> std::same_as<std::span<const void* const>>;
   { m.call_step(v, v, {{Name::action, v}}) } -> std::same_as<typename M::Value>;  // step(tool, reason, **args)
 
   // --- calls through the module's namespace

@@ -12,26 +12,15 @@
 #include <string>
 #include <string_view>
 
-#include "next_steps/text.hpp"
-
 namespace next_steps {
 
 // name, what is skipped (and where)
 #define NEXT_STEPS_SHORTCUTS(X)                                                                        \
-  X(simd_counts, "a string's bytes counted a vector at a time, not a code point at a time (text.hpp)")  \
-  X(one_walk, "the answer's size and hint bytes from one walk, not two (budget.hpp)")                   \
   X(deferred_size, "the answer's size not measured before the budget needs it (budget.hpp)")            \
   X(check_walk, "values that cannot fail not looked at while the size waits (encoding.hpp)")           \
-  X(quiet_fields, "the copy's fields it found quiet passed over while unchanged (copy_survey.hpp)")    \
-  X(key_caches, "a key's size and hint test remembered by identity within a walk (encoding.hpp)")      \
   X(made_step_sizes, "the steps a call made measured and compared from their fields (made_steps.hpp)") \
   X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")               \
   X(value_told_repeats, "repeated calls told by value, not by their key texts (assembly.hpp)")          \
-  X(own_lists, "lists the module made itself used as they are, not copied (assembly.hpp)")             \
-  X(leading_files, "a tests scope's files past the cap left untold (test_scope.hpp)")                  \
-  X(few_decimals, "a float with few decimals sized without its shortest digits (text.hpp)")                  \
-  X(wide_int_digits, "an int past a machine word sized from its double, not its text (host_model.hpp)")  \
-  X(skipped_hit_count, "the hit count not worked out for a row that takes nothing from hits (usual.hpp)") \
   X(namespace_cache, "the module's names kept until its namespace changes (module_state.hpp)")
 
 enum class Shortcut : std::uint8_t {
@@ -68,19 +57,13 @@ static_assert(std::size(shortcut_rows) <= 32);
 // What a module object runs with.
 struct Settings {
   Shortcuts shortcuts = Shortcuts::all();
-  Counting counting = best_counting();
 };
 
 inline constexpr std::string_view shortcuts_variable = "VELQUORN_NEXT_STEPS_SHORTCUTS";
-inline constexpr std::string_view counting_variable = "VELQUORN_NEXT_STEPS_STRING_COUNTING";
 
-// The settings the two environment values ask for (null or empty: unset),
-// on a CPU that counts up to `widest`, or why they cannot be had.
-//   shortcuts: "on", every shortcut; "off", none; else a comma-separated
-//     list of the shortcuts to turn off.
-//   counting: "plain", "sse2" or "avx2", a level the CPU runs; unset, the
-//     widest.  With simd_counts off, strings are counted a code point
-//     at a time whatever it says.
+// The settings the environment value asks for (null or empty: unset), or
+// why they cannot be had: "on", every shortcut; "off", none; else a
+// comma-separated list of the shortcuts to turn off.
 struct SettingsRead {
   Settings settings;
   std::string error;  // empty when read
@@ -102,16 +85,8 @@ inline std::optional<Shortcuts> parse_shortcuts(std::string_view text) {
   }
 }
 
-inline std::optional<Counting> parse_counting(std::string_view text, Counting widest) {
-  if (text.empty()) return widest;
-  for (std::size_t i = 0; i < counting_names.size(); ++i)
-    if (counting_names[i] == text) return static_cast<Counting>(i);
-  return std::nullopt;
-}
-
-inline SettingsRead read_settings(const char* shortcuts_text, const char* counting_text, Counting widest) {
+inline SettingsRead read_settings(const char* shortcuts_text) {
   const std::string_view shortcuts_value = shortcuts_text ? shortcuts_text : "";
-  const std::string_view counting_value = counting_text ? counting_text : "";
   SettingsRead read;
   const auto shortcuts = parse_shortcuts(shortcuts_value);
   if (!shortcuts) {
@@ -121,19 +96,7 @@ inline SettingsRead read_settings(const char* shortcuts_text, const char* counti
     read.error += "), not '" + std::string(shortcuts_value) + "'";
     return read;
   }
-  const auto counting = parse_counting(counting_value, widest);
-  if (!counting) {
-    read.error = std::string(counting_variable) + " must be 'plain', 'sse2' or 'avx2', not '" +
-                 std::string(counting_value) + "'";
-    return read;
-  }
-  if (*counting > widest) {
-    read.error = std::string(counting_variable) + " is '" + std::string(counting_value) +
-                 "', which this CPU does not run; it runs up to '" +
-                 std::string(counting_names[static_cast<std::size_t>(widest)]) + "'";
-    return read;
-  }
-  read.settings = {*shortcuts, shortcuts->on(Shortcut::simd_counts) ? *counting : Counting::plain};
+  read.settings = {*shortcuts};
   return read;
 }
 

@@ -78,13 +78,6 @@ struct Row {
   std::array<unsigned char, 3> hints;
   std::size_t size;
   std::span<const unsigned char> items() const { return {hints.data(), size}; }
-  // Whether a hint of the row takes a value from the answer's hits, the
-  // only use of the hit count.
-  bool takes_from_hits() const {
-    for (unsigned char index : items())
-      if (hint_records[index].takes != Takes::none && hint_records[index].takes != Takes::changed_files) return true;
-    return false;
-  }
 };
 
 inline constexpr auto next_steps_rows = std::to_array<Row>({

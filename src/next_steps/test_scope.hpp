@@ -54,47 +54,10 @@ typename M::Value answer_files(M& m, const typename M::Value& response, const ty
   return m.without_repeats(found);
 }
 
-// The first `limit` of answer_files: all that the tests scope looks at.  A
-// change set can name thousands of files; while every path is an exact BMP text,
-// telling a repeat runs no host code, so the paths past the limit are left
-// untold.  Otherwise each is told as answer_files tells it.
-template <class M>
-typename M::Value leading_answer_files(M& m, const typename M::Value& response, const typename M::Value& arguments,
-                                       std::size_t limit) {
-  using V = typename M::Value;
-  std::vector<V> found;
-  bool plain = true;
-  for_each_named_file(m, response, arguments, [&](const V& path) {
-    plain = plain && m.is_exact_bmp_text(path);
-    found.push_back(path);
-  });
-  V kept = m.new_list();
-  if (!plain) {
-    for (const V& path : found) m.append(kept, path);
-    return m.head(m.without_repeats(kept), limit);
-  }
-  std::vector<std::pair<std::size_t, V>> seen;
-  seen.reserve(limit);
-  for (const V& path : found) {
-    const std::size_t hash = m.text_hash(path);
-    const bool repeat = std::any_of(seen.begin(), seen.end(), [&](const auto& met) {
-      return met.first == hash && m.equal_without_host_code(met.second, path);
-    });
-    if (repeat) continue;
-    seen.emplace_back(hash, path);
-    m.append(kept, path);
-    if (seen.size() == limit) break;
-  }
-  return kept;
-}
-
 template <class M>
 typename M::Value tests_scope(M& m, const typename M::Value& response, const typename M::Value& arguments) {
   using V = typename M::Value;
-  // One file past the cap tells whether the answer lists them all.
-  const V files = m.shortcut(Shortcut::leading_files) && m.template holds_own<Fn::answer_files>()
-                      ? leading_answer_files(m, response, arguments, static_cast<std::size_t>(max_step_files) + 1)
-                      : m.template call<Fn::answer_files>(response, arguments);
+  const V files = m.template call<Fn::answer_files>(response, arguments);
   const V base = m.get(response, Name::base_branch);
   const std::size_t count = m.length(files);
   const bool listed_all = count <= static_cast<std::size_t>(max_step_files) &&

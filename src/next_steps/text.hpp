@@ -12,20 +12,14 @@
 #include <string_view>
 #include <utility>
 
-#if defined(__x86_64__) || defined(_M_X64)
-#include <immintrin.h>
-#endif
-
 namespace next_steps {
 
 // A read-only view of a string's code points, stored 1, 2 or 4 bytes wide.
-// A lone surrogate is an ordinary code point here, as in the host.  `ascii`
-// says that the storage is known to hold no code point from U+0080.
+// A lone surrogate is an ordinary code point here, as in the host.
 struct StrView {
   const void* data = nullptr;
   std::size_t length = 0;
   int width = 1;
-  bool ascii = false;
 
   std::uint32_t operator[](std::size_t i) const {
     switch (width) {
@@ -43,9 +37,7 @@ namespace detail {
 // The escape rule of the host's JSON writer, the one place it is written:
 // `"`, `\` and the code points below U+0020 are escaped, these seven with
 // a backslash and a letter (or themselves), every other one as \u00XX.  The
-// byte table and the writers below are made from it; the vector lane tests
-// restate it for a whole vector at once, and the native suite checks them
-// against it for every code unit.
+// byte table and the writers below are made from it.
 constexpr char short_escape(std::uint32_t c) {
   switch (c) {
     case '"': return '"';
@@ -73,8 +65,7 @@ constexpr std::array<std::uint8_t, 256> make_escape_extra() {
 }
 inline constexpr auto escape_extra = make_escape_extra();
 
-// Bytes beyond one per code point: escapes and multi-byte UTF-8.  The plain
-// walk, one code point at a time, and the reference of the fast one below.
+// Bytes beyond one per code point: escapes and multi-byte UTF-8.
 template <class Char>
 std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
   std::size_t extra = 0;
@@ -94,326 +85,9 @@ std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
   return extra;
 }
 
-#if defined(__x86_64__) || defined(_M_X64)
-// Sixteen bytes of code units of one storage width as the lanes of an SSE2
-// vector, part of every x86-64: the count of short strings, and of all
-// strings where the CPU has no AVX2.  Each test sets all bits of the lanes
-// where it holds.
 template <class Char>
-struct Lanes {
-  static constexpr std::size_t count = sizeof(__m128i) / sizeof(Char);
-
-  static __m128i spread(std::uint32_t c) {
-    if constexpr (sizeof(Char) == 1) return _mm_set1_epi8(static_cast<char>(c));
-    else if constexpr (sizeof(Char) == 2) return _mm_set1_epi16(static_cast<short>(c));
-    else return _mm_set1_epi32(static_cast<int>(c));
-  }
-  static __m128i equal(__m128i v, std::uint32_t c) {
-    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(v, spread(c));
-    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(v, spread(c));
-    else return _mm_cmpeq_epi32(v, spread(c));
-  }
-  // Lanes holding less than n (n > 0).  Four-byte code points stay below
-  // 2^31, so the signed comparison serves there.
-  static __m128i below(__m128i v, std::uint32_t n) {
-    if constexpr (sizeof(Char) == 1) return _mm_cmpeq_epi8(_mm_subs_epu8(v, spread(n - 1)), _mm_setzero_si128());
-    else if constexpr (sizeof(Char) == 2) return _mm_cmpeq_epi16(_mm_subs_epu16(v, spread(n - 1)), _mm_setzero_si128());
-    else return _mm_cmplt_epi32(v, spread(n));
-  }
-  static __m128i escapes(__m128i v) {
-    return _mm_or_si128(below(v, 0x20), _mm_or_si128(equal(v, '"'), equal(v, '\\')));
-  }
-  // Per lane, the bytes its escape adds (in the lane's low byte): one for
-  // \" \\ \b \t \n \f \r, five for any other control character, \u00XX.
-  static __m128i escape_extra(__m128i v) {
-    const __m128i short_control =
-        _mm_or_si128(_mm_or_si128(equal(v, '\b'), equal(v, '\t')),
-                     _mm_or_si128(equal(v, '\n'), _mm_or_si128(equal(v, '\f'), equal(v, '\r'))));
-    const __m128i one = _mm_and_si128(escapes(v), spread(1));
-    const __m128i four = _mm_andnot_si128(short_control, _mm_and_si128(below(v, 0x20), spread(4)));
-    return _mm_add_epi8(one, four);
-  }
-  static __m128i surrogates(__m128i v) {
-    if constexpr (sizeof(Char) == 1) return _mm_setzero_si128();
-    else return equal(_mm_and_si128(v, spread(~std::uint32_t{0x7FF})), 0xD800);
-  }
-  // Per lane, the UTF-8 bytes beyond the first: one from U+0080, one more
-  // from U+0800, one more from U+10000 (at most 3, in the lane's low byte).
-  static __m128i utf8_extra(__m128i v) {
-    const __m128i one = spread(1);
-    __m128i n = _mm_andnot_si128(below(v, 0x80), one);
-    if constexpr (sizeof(Char) > 1) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x800), one));
-    if constexpr (sizeof(Char) > 2) n = _mm_add_epi8(n, _mm_andnot_si128(below(v, 0x10000), one));
-    return n;
-  }
-  // The lanes from the `skip`-th on.
-  static __m128i from_lane(std::size_t skip) {
-    alignas(16) static constexpr unsigned char edge[32] = {0,    0,    0,    0,    0,    0,    0,    0,
-                                                           0,    0,    0,    0,    0,    0,    0,    0,
-                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(edge + 16 - skip * sizeof(Char)));
-  }
-  static __m128i load(const Char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
-  // Half a vector from `head`, then half from `tail`.
-  static __m128i load_halves(const Char* head, const Char* tail) {
-    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(head)),
-                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(tail)));
-  }
-};
-
-// Sums the extra bytes of vectors of code units, lane-wise until the end.
-// In ASCII text only escapes add bytes.
-template <class Char, bool Ascii>
-class VectorCount {
- public:
-  using L = Lanes<Char>;
-
-  // Counts the lanes of `v` from the `skip`-th on.
-  void add(__m128i v, std::size_t skip) {
-    if (skip) {
-      const __m128i keep = L::from_lane(skip);
-      v = _mm_or_si128(_mm_and_si128(v, keep), _mm_andnot_si128(keep, L::spread(' ')));  // a space adds nothing
-    }
-    // Escapes are rare in real text, so they are weighed only where found.
-    if (_mm_movemask_epi8(L::escapes(v))) sum(L::escape_extra(v));
-    if constexpr (!Ascii) {
-      lone_ = _mm_or_si128(lone_, L::surrogates(v));
-      sum(L::utf8_extra(v));
-    }
-  }
-  std::size_t total(bool& surrogate) const {
-    if (_mm_movemask_epi8(lone_)) surrogate = true;
-    const __m128i sum = _mm_add_epi64(sums_, _mm_unpackhi_epi64(sums_, sums_));
-    return static_cast<std::size_t>(_mm_cvtsi128_si64(sum));
-  }
-
- private:
-  void sum(__m128i bytes) { sums_ = _mm_add_epi64(sums_, _mm_sad_epu8(bytes, _mm_setzero_si128())); }
-
-  __m128i sums_ = _mm_setzero_si128(), lone_ = _mm_setzero_si128();
-};
-
-// extra_bytes a vector at a time.  No load reaches past the string's
-// storage: the last vector ends at the string's end and overlaps the one
-// before, a string shorter than a vector is read as two overlapping halves
-// (the overlap skipped), and one shorter than half a vector is counted a code
-// point at a time: a one-byte string by a look-up of the byte table alone,
-// a wider one by the plain walk.
-template <class Char, bool Ascii = false>
-std::size_t extra_bytes_sse2(const Char* s, std::size_t n, bool& surrogate) {
-  using L = Lanes<Char>;
-  constexpr std::size_t lanes = L::count, half = lanes / 2;
-  if (n < half) {
-    if constexpr (sizeof(Char) == 1) {
-      std::size_t extra = 0;  // one look-up per code point, no branch
-      for (std::size_t i = 0; i < n; ++i) extra += escape_extra[s[i]];
-      return extra;
-    } else {
-      return extra_bytes(s, n, surrogate);
-    }
-  }
-  VectorCount<Char, Ascii> count;
-  if (n < lanes) {
-    count.add(L::load_halves(s + n - half, s), lanes - n);
-    return count.total(surrogate);
-  }
-  std::size_t i = 0;
-  for (; i + lanes <= n; i += lanes) count.add(L::load(s + i), 0);
-  if (i < n) count.add(L::load(s + n - lanes), lanes - (n - i));
-  return count.total(surrogate);
-}
-
-// The same count on the 32 bytes of an AVX2 vector, which a CPU may lack:
-// every function that touches one is compiled for AVX2 alone and is only
-// called once the CPU is known to have it (cpu_has_avx2).  The lane tests
-// are those of Lanes, but for how two- and four-byte lanes are compared with
-// a bound: shifted right, a lane below 2^bits is zero.  That needs no
-// constant vector, and the compiler rebuilds such constants in the loop for
-// every vector once it runs short of registers.
-#define NEXT_STEPS_AVX2 [[gnu::target("avx2")]]
-
-template <class Char>
-struct WideLanes {
-  static constexpr std::size_t count = sizeof(__m256i) / sizeof(Char);
-  // The UTF-8 bounds a lane can pass (U+0080, U+0800, U+10000): one more
-  // byte for each.
-  static constexpr std::size_t bounds = sizeof(Char) == 4 ? 3 : sizeof(Char);
-
-  NEXT_STEPS_AVX2 static __m256i spread(std::uint32_t c) {
-    if constexpr (sizeof(Char) == 1) return _mm256_set1_epi8(static_cast<char>(c));
-    else if constexpr (sizeof(Char) == 2) return _mm256_set1_epi16(static_cast<short>(c));
-    else return _mm256_set1_epi32(static_cast<int>(c));
-  }
-  NEXT_STEPS_AVX2 static __m256i equal(__m256i v, std::uint32_t c) {
-    if constexpr (sizeof(Char) == 1) return _mm256_cmpeq_epi8(v, spread(c));
-    else if constexpr (sizeof(Char) == 2) return _mm256_cmpeq_epi16(v, spread(c));
-    else return _mm256_cmpeq_epi32(v, spread(c));
-  }
-  template <int Bits>
-  NEXT_STEPS_AVX2 static __m256i shifted(__m256i v) {
-    if constexpr (sizeof(Char) == 2) return _mm256_srli_epi16(v, Bits);
-    else return _mm256_srli_epi32(v, Bits);
-  }
-  // Lanes below 2^Bits.  Bytes have no shift; they subtract the bound.
-  template <int Bits>
-  NEXT_STEPS_AVX2 static __m256i below(__m256i v) {
-    const __m256i zero = _mm256_setzero_si256();
-    if constexpr (sizeof(Char) == 1) return _mm256_cmpeq_epi8(_mm256_subs_epu8(v, spread((1u << Bits) - 1)), zero);
-    else if constexpr (sizeof(Char) == 2) return _mm256_cmpeq_epi16(shifted<Bits>(v), zero);
-    else return _mm256_cmpeq_epi32(shifted<Bits>(v), zero);
-  }
-  NEXT_STEPS_AVX2 static __m256i escapes(__m256i v) {
-    return _mm256_or_si256(below<5>(v), _mm256_or_si256(equal(v, '"'), equal(v, '\\')));
-  }
-  NEXT_STEPS_AVX2 static __m256i escape_extra(__m256i v) {
-    const __m256i short_control =
-        _mm256_or_si256(_mm256_or_si256(equal(v, '\b'), equal(v, '\t')),
-                        _mm256_or_si256(equal(v, '\n'), _mm256_or_si256(equal(v, '\f'), equal(v, '\r'))));
-    const __m256i one = _mm256_and_si256(escapes(v), spread(1));
-    const __m256i four = _mm256_andnot_si256(short_control, _mm256_and_si256(below<5>(v), spread(4)));
-    return _mm256_add_epi8(one, four);
-  }
-  // D800..DFFF are the code points whose bits above the eleventh are 11011.
-  NEXT_STEPS_AVX2 static __m256i surrogates(__m256i v) {
-    if constexpr (sizeof(Char) == 1) return _mm256_setzero_si256();
-    else return equal(shifted<11>(v), 0x1B);
-  }
-  // Per lane, how many of the UTF-8 bounds it stays below (in the lane's
-  // low byte): its extra bytes are `bounds` less this.
-  NEXT_STEPS_AVX2 static __m256i bounds_below(__m256i v) {
-    if constexpr (sizeof(Char) == 1) {
-      return _mm256_abs_epi8(below<7>(v));
-    } else if constexpr (sizeof(Char) == 2) {
-      return _mm256_abs_epi16(_mm256_add_epi16(below<7>(v), below<11>(v)));
-    } else {
-      return _mm256_abs_epi32(_mm256_add_epi32(below<7>(v), _mm256_add_epi32(below<11>(v), below<16>(v))));
-    }
-  }
-  NEXT_STEPS_AVX2 static __m256i from_lane(std::size_t skip) {
-    static constexpr unsigned char edge[64] = {
-        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(edge + 32 - skip * sizeof(Char)));
-  }
-  NEXT_STEPS_AVX2 static __m256i load(const Char* at) {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
-  }
-};
-
-// VectorCount on AVX2 vectors.  The UTF-8 bytes are counted as the bounds
-// every lane could pass less the ones it does not, so that a skipped lane,
-// made a space, passes none and adds nothing.
-template <class Char, bool Ascii>
-class WideCount {
- public:
-  using L = WideLanes<Char>;
-
-  NEXT_STEPS_AVX2 WideCount() : sums_(_mm256_setzero_si256()), lone_(_mm256_setzero_si256()) {}
-
-  NEXT_STEPS_AVX2 void add(__m256i v, std::size_t skip) {
-    if (skip) {
-      const __m256i keep = L::from_lane(skip);
-      v = _mm256_or_si256(_mm256_and_si256(v, keep), _mm256_andnot_si256(keep, L::spread(' ')));
-    }
-    const __m256i escapes = L::escapes(v);
-    if (!_mm256_testz_si256(escapes, escapes)) sums_ = _mm256_add_epi64(sums_, bytes_sum(L::escape_extra(v)));
-    if constexpr (!Ascii) {
-      lone_ = _mm256_or_si256(lone_, L::surrogates(v));
-      sums_ = _mm256_sub_epi64(sums_, bytes_sum(L::bounds_below(v)));
-      bounds_ += L::count * L::bounds;
-    }
-  }
-  NEXT_STEPS_AVX2 std::size_t total(bool& surrogate) const {
-    if (!_mm256_testz_si256(lone_, lone_)) surrogate = true;
-    const __m128i halves = _mm_add_epi64(_mm256_castsi256_si128(sums_), _mm256_extracti128_si256(sums_, 1));
-    const __m128i sum = _mm_add_epi64(halves, _mm_unpackhi_epi64(halves, halves));
-    return bounds_ + static_cast<std::size_t>(_mm_cvtsi128_si64(sum));  // sum is below zero: modulo 2^64
-  }
-
- private:
-  NEXT_STEPS_AVX2 static __m256i bytes_sum(__m256i bytes) { return _mm256_sad_epu8(bytes, _mm256_setzero_si256()); }
-
-  __m256i sums_, lone_;
-  std::size_t bounds_ = 0;
-};
-
-// extra_bytes_sse2 on a string of at least one AVX2 vector: whole vectors,
-// then a last one that ends at the string's end, overlapping the one before.
-template <class Char, bool Ascii = false>
-NEXT_STEPS_AVX2 std::size_t extra_bytes_avx2(const Char* s, std::size_t n, bool& surrogate) {
-  using L = WideLanes<Char>;
-  constexpr std::size_t lanes = L::count;
-  WideCount<Char, Ascii> count;
-  std::size_t i = 0;
-  for (; i + lanes <= n; i += lanes) count.add(L::load(s + i), 0);
-  if (i < n) count.add(L::load(s + n - lanes), lanes - (n - i));
-  return count.total(surrogate);
-}
-
-#undef NEXT_STEPS_AVX2
-
-// Whether this CPU runs AVX2 code, asked once, while the library is loaded
-// (before any thread of any interpreter can call into it), and only read
-// from then on.
-inline const bool cpu_has_avx2 = [] {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") != 0;
-}();
-
-// The shortest strings counted with AVX2: it pays from one vector of two- and
-// four-byte code units, but one-byte strings shorter than two vectors count
-// faster through the SSE2 loop inlined in the caller than through a call
-// that sets up its constant vectors.
-template <class Char>
-inline constexpr std::size_t avx2_from = WideLanes<Char>::count * (sizeof(Char) == 1 ? 2 : 1);
-#endif
-
-}  // namespace detail
-
-// How a string's bytes are counted: a code point at a time, or a vector of
-// SSE2 (part of every x86-64) or of AVX2 at a time.  A module object picks
-// one when it is made (shortcuts.hpp).
-enum class Counting : std::uint8_t { plain, sse2, avx2 };
-inline constexpr std::array<std::string_view, 3> counting_names = {"plain", "sse2", "avx2"};
-
-// The widest this CPU runs; it runs every level below too.
-inline Counting best_counting() {
-#if defined(__x86_64__) || defined(_M_X64)
-  return detail::cpu_has_avx2 ? Counting::avx2 : Counting::sse2;
-#else
-  return Counting::plain;
-#endif
-}
-
-namespace detail {
-
-// The plain walk out of line, so that the vector counts stay compact where
-// they are inlined.
-template <class Char>
-[[gnu::noinline, gnu::cold]] std::size_t extra_bytes_plain(const Char* s, std::size_t n, bool& surrogate) {
-  return extra_bytes(s, n, surrogate);
-}
-
-// extra_bytes at a level this CPU runs.
-template <class Char, bool Ascii = false>
-std::size_t extra_bytes_at(Counting level, const Char* s, std::size_t n, bool& surrogate) {
-#if defined(__x86_64__) || defined(_M_X64)
-  if (level == Counting::plain) [[unlikely]]
-    return extra_bytes_plain(s, n, surrogate);
-  if (n >= avx2_from<Char> && level == Counting::avx2) return extra_bytes_avx2<Char, Ascii>(s, n, surrogate);
-  return extra_bytes_sse2<Char, Ascii>(s, n, surrogate);
-#else
-  static_cast<void>(level);
-  return extra_bytes(s, n, surrogate);
-#endif
-}
-
-template <class Char, bool Ascii = false>
-std::size_t token_bytes(Counting level, const void* data, std::size_t n, bool& surrogate) {
-  return n + 2 + extra_bytes_at<Char, Ascii>(level, static_cast<const Char*>(data), n, surrogate);
+std::size_t token_bytes(const void* data, std::size_t n, bool& surrogate) {
+  return n + 2 + extra_bytes(static_cast<const Char*>(data), n, surrogate);
 }
 
 inline constexpr char hex_digits[] = "0123456789abcdef";
@@ -430,13 +104,11 @@ void put_u_escape(Out& out, std::uint32_t unit) {
 // UTF-8 bytes of the string token (quotes included) with non-ASCII written
 // unchanged.  A lone surrogate cannot be encoded: `surrogate` is set and the
 // count goes on, as the host writes the whole text before it encodes it.
-inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate, Counting level) {
+inline std::size_t compact_token_bytes(const StrView& s, bool& surrogate) {
   switch (s.width) {
-    case 1:
-      if (s.ascii) return detail::token_bytes<std::uint8_t, true>(level, s.data, s.length, surrogate);
-      return detail::token_bytes<std::uint8_t>(level, s.data, s.length, surrogate);
-    case 2: return detail::token_bytes<std::uint16_t>(level, s.data, s.length, surrogate);
-    default: return detail::token_bytes<std::uint32_t>(level, s.data, s.length, surrogate);
+    case 1: return detail::token_bytes<std::uint8_t>(s.data, s.length, surrogate);
+    case 2: return detail::token_bytes<std::uint16_t>(s.data, s.length, surrogate);
+    default: return detail::token_bytes<std::uint32_t>(s.data, s.length, surrogate);
   }
 }
 
@@ -487,17 +159,12 @@ inline void append_raw_token(std::u32string& out, const StrView& s) {
 namespace detail {
 
 // The shape of a finite double's shortest round-trip digits: sign, how many
-// significant digits, decimal exponent.
-struct Shape {
+// significant digits, decimal exponent, from the scientific text
+// "-d.ddde+XX" of the general algorithm.
+struct Scientific {
   bool negative = false;
   std::size_t digits = 0;
   int exp = 0;
-  // Positional notation for decimal exponents -4..15, as the host lays it out.
-  bool positional() const { return exp >= -4 && exp <= 15; }
-};
-
-// The digits in the scientific text "-d.ddde+XX" of the general algorithm.
-struct Scientific : Shape {
   char text[32];
 
   explicit Scientific(double v) {
@@ -509,6 +176,8 @@ struct Scientific : Shape {
     std::from_chars(e + 1 + (e[1] == '+'), end, exp);
   }
   char digit(std::size_t i) const { return text[negative + (i ? i + 1 : 0)]; }
+  // Positional notation for decimal exponents -4..15, as the host lays it out.
+  bool positional() const { return exp >= -4 && exp <= 15; }
 };
 
 // The decimal digits of m > 0: the bit length gives the digits but for one,
@@ -536,42 +205,6 @@ inline std::size_t decimal_digits(std::uint64_t m) {
                                              10'000'000'000'000'000'000ULL};
   const auto below = static_cast<std::size_t>(((64 - __builtin_clzll(m)) * 1233) >> 12);  // floor(log10(2^bits))
   return below + (m >= powers[below]);
-}
-
-// 10^0 .. 10^308 as doubles, each off by far less than a millionth.
-inline constexpr auto double_powers_of_ten = [] {
-  std::array<double, 309> powers{1.0};
-  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = powers[i - 1] * 10.0;
-  return powers;
-}();
-
-// The shape of a double with at most seven decimals (rounded scores,
-// durations), without the general algorithm.  The integer m nearest
-// |v|·10^7 is the only one that can read back as m / 10^7 while |v|·10^7
-// stays below 2^51; when it does, m's trailing zeros are the decimals the
-// shortest digits do without.  False for any other double.
-inline bool few_decimals(double v, Shape& shape) {
-  const double a = std::fabs(v);
-  const double x = a * 1e7;
-  if (!(x < 0x1p51)) return false;
-  auto m = static_cast<std::uint64_t>(x + 0.5);
-  if (static_cast<double>(m) / 1e7 != a) return false;
-  if (m == 0) {
-    shape = {std::signbit(v), 1, 0};
-    return true;
-  }
-  std::size_t nd = decimal_digits(m);
-  const int exp = static_cast<int>(nd) - 1 - 7;
-  // Its trailing zeros, at most 15 below 2^51, taken 8, 4, 2 and 1 at a time.
-  static constexpr std::pair<std::uint64_t, std::size_t> zeros[] = {{100'000'000, 8}, {10'000, 4}, {100, 2}, {10, 1}};
-  for (const auto& [tens, count] : zeros) {
-    if (m % tens == 0) {
-      m /= tens;
-      nd -= count;
-    }
-  }
-  shape = {std::signbit(v), nd, exp};
-  return true;
 }
 
 }  // namespace detail
@@ -616,14 +249,11 @@ inline std::size_t float_text(double v, char (&buf)[32]) {
   return static_cast<std::size_t>(out - buf);
 }
 
-// The length of float_text, without laying the text out; with
-// `try_few_decimals` (the few_decimals shortcut), without the shortest
-// digits where few_decimals can tell.
-inline std::size_t float_text_length(double v, bool try_few_decimals) {
+// The length of float_text, without laying the text out.
+inline std::size_t float_text_length(double v) {
   if (std::isnan(v)) return 3;
   if (std::isinf(v)) return v > 0 ? 8 : 9;
-  detail::Shape d;
-  if (!try_few_decimals || !detail::few_decimals(v, d)) d = detail::Scientific(v);
+  const detail::Scientific d(v);
   const std::size_t nd = d.digits;
   std::size_t n = d.negative;
   if (!d.positional()) {

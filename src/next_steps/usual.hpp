@@ -108,12 +108,7 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
   const Row* row = find_row(row_key(m, tool, action));
   if (!row) row = find_row(m.key_text(tool));
   if (!row) return steps;
-  // For a row that takes nothing from the hits, the module's own count is
-  // not worked out where reading the answer for it cannot run host code:
-  // nothing could tell it was skipped.
-  const bool hits_counted = !m.shortcut(Shortcut::skipped_hit_count) || row->takes_from_hits() ||
-                            !m.template holds_own<Fn::hit_count>() || !m.reads_without_host_code(response);
-  const bool no_hits = hits_counted && m.equals_int(m.template call<Fn::hit_count>(response), 0);
+  const bool no_hits = m.equals_int(m.template call<Fn::hit_count>(response), 0);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
     V args = m.new_dict();

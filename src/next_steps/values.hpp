@@ -9,27 +9,11 @@
 
 namespace next_steps {
 
-// What a copy tells whoever watches it (finishing does, to learn which
-// fields it may later pass over): each container as it opens and, with its
-// copy, as it closes; each entry, null or not, and each item; and any host
-// code it runs.  The plain copy tells no one.
-struct NoCopyWatch {
-  template <class V>
-  void open(const V&) {}
-  template <class V>
-  void entry(const V&, const V&) {}
-  template <class V>
-  void item(const V&) {}
-  template <class V>
-  void close(const V&) {}
-  void host_code() {}
-};
-
 // A copy without the dict fields that are null, at any depth; tuples become
 // lists, every other value is shared.  The recursion goes through the
 // namespace (resolved once per container), so a rebound name is honoured.
-template <class M, class Watch>
-typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& watch) {
+template <class M>
+typename M::Value without_null_fields(M& m, const typename M::Value& v) {
   using V = typename M::Value;
   const Kind kind = m.kind(v);
   if (kind != Kind::dict && kind != Kind::list && kind != Kind::tuple) return v;
@@ -42,17 +26,14 @@ typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& wa
   // Leaves are shared: the own function would hand them back unchanged.
   auto needs_call = [&](const V& item) __attribute__((always_inline)) { return !inner.own || is_container(item); };
   auto copied = [&](const V& item) __attribute__((always_inline)) {
-    if (inner.own) return copy_without_nulls(m, item, watch);
-    watch.host_code();
+    if (inner.own) return without_null_fields(m, item);
     return m.invoke(inner, item);
   };
-  watch.open(v);
   if (auto copy = m.plain_copy(v)) {
     // The container copied whole by the model; only null fields and inner
     // containers need work.
     if (kind == Kind::dict) {
       m.for_each_entry(v, [&](const V& key, const V& item) __attribute__((always_inline)) {
-        watch.entry(key, item);
         if (m.is_null(item))
           m.del_item(*copy, key);
         else if (needs_call(item))
@@ -62,16 +43,13 @@ typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& wa
     } else {
       std::size_t index = 0;
       m.for_each_item(v, [&](const V& item) __attribute__((always_inline)) {
-        watch.item(item);
         if (needs_call(item)) m.set_index(*copy, index, copied(item));
         ++index;
         return true;
       });
     }
-    watch.close(*copy);
     return *copy;
   }
-  watch.host_code();  // a subclass's items() or iteration
   auto copy_of = [&](const V& item) { return needs_call(item) ? copied(item) : item; };
   V copy = kind == Kind::dict ? m.new_dict() : m.new_list();
   if (kind == Kind::dict) {
@@ -85,14 +63,7 @@ typename M::Value copy_without_nulls(M& m, const typename M::Value& v, Watch& wa
       return true;
     });
   }
-  watch.close(copy);
   return copy;
-}
-
-template <class M>
-typename M::Value without_null_fields(M& m, const typename M::Value& v) {
-  NoCopyWatch none;
-  return copy_without_nulls(m, v, none);
 }
 
 // One next step: {"tool", "args", "reason"}, the arguments in the order given.
