@@ -155,7 +155,7 @@ PARAMETERS = {
                                     "path": request_texts}).flatmap(lambda d: st.sampled_from([d, Aliased(d)])),
     "tool_name": tools, "tool": tools, "action": st.none() | actions, "arguments": arguments,
     "takes": st.sampled_from(typing.get_args(OWN.Takes)) | st.sampled_from(typing.get_args(OWN.Takes)).map(Name),
-    "steps": steps | steps.map(Shuffled), "keep": st.integers(0, 4) | st.integers(0, 4).map(Count) | st.just(True),
+    "steps": steps | steps.map(Shuffled), "keep": st.integers(0, 4) | st.integers(0, 4).map(Count) | st.sampled_from([True, "1"]),
     "freshness": blocks, "repository": st.none(), "wanted": request_texts, "reason": hard_texts,
     "args": st.dictionaries(st.text(max_size=4), hard_values, max_size=3),
 }
