@@ -11,6 +11,7 @@ from conftest import outcome
 from hypothesis import given
 from hypothesis import strategies as st
 from strategies import Aliased
+from velquorn.tool_handlers.next_steps import NEXT_STEPS
 
 TEN = [f"f{i}.py" for i in range(10)]
 RO = types.MappingProxyType
@@ -136,6 +137,25 @@ def test_usual_follow_ups(ns, code_kinds, tool, action, answer, arguments, steps
     assert made == steps
     assert [(list(one), list(one["args"])) for one in made] == [(list(one), list(one["args"])) for one in steps]
     assert len({id(one["args"]) for one in made}) == len(made), "steps never share their arguments"
+
+
+# An answer from which every kind of argument can be taken.
+EVERYTHING = {"fqn": "pkg.f", "file": "pkg/f.py", "query": "q", "files": ["pkg/f.py"], "components": [{"name": "C"}]}
+
+
+@pytest.mark.parametrize("key", sorted(NEXT_STEPS))
+def test_each_row_of_next_steps_makes_its_steps(ns, code_kinds, key):
+    tool, _, action = key.partition(":")
+    wanted = []
+    for hint in NEXT_STEPS[key]:
+        if hint.takes == "changed_files":
+            taken = ns._tests_scope(EVERYTHING, {})
+        else:
+            taken = {hint.takes: ns._taken(EVERYTHING, hint.takes, {})} if hint.takes else {}
+        wanted.append(step(hint.tool, hint.action, hint.reason, **taken))
+    # Each hint of the row makes a step: a taken None or an empty scope would drop it.
+    assert ns._usual(EVERYTHING, tool, action or None, {}) == wanted
+    assert None not in [value for one in wanted for value in one["args"].values()]
 
 
 MEANING, UNTESTED = "No hits: search by meaning", "No test covers it: tests for a change of it"

@@ -191,6 +191,20 @@ constexpr bool one_entry_each() {
 }
 static_assert(one_entry_each(), "an entry for each own function and each signal");
 
+// The signatures above are written beside the table, not in it: each must
+// be one entry's, under a name of its own, with no more parameters than a
+// call is parsed into.
+constexpr bool a_signature_each() {
+  for (std::size_t i = 0; i < std::size(table); ++i) {
+    const Signature& s = table[i].signature;
+    if (s.positional.size() + s.keyword_only.size() > max_parameters) return false;
+    for (std::size_t j = 0; j < i; ++j)
+      if (&table[j].signature == &s || std::string_view(table[j].signature.function) == s.function) return false;
+  }
+  return true;
+}
+static_assert(a_signature_each(), "a signature of its own for each entry, within max_parameters");
+
 // The docstring the host shows, after the line inspect reads the text
 // signature from.
 std::string docstring(const Entry& e) {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "host_binding/fast/namespace_cache.hpp"
 #include "host_binding/leaves.hpp"
 #include "host_binding/object.hpp"
 #include "next_steps/address_slot.hpp"
@@ -98,14 +99,6 @@ class ConstantSizes {
 // indirection at every read.
 inline std::atomic<std::uint64_t> watched_changes = 1;
 
-// An object found under a name, valid while watched_changes still reads
-// `changes` (0: never read).  Borrowed: the namespace holds it, and can only
-// stop holding it by an event that moves the count.
-struct Binding {
-  PyObject* found = nullptr;
-  std::uint64_t changes = 0;
-};
-
 struct State {
   // Read from the environment when the module object is made.
   next_steps::Settings settings;
@@ -128,17 +121,13 @@ struct State {
   // PyDict_GetItemWithError says it: null for a missing name, with an error
   // set when the lookup failed.  A name found is kept, with the count read
   // before the lookup, so that a change made while the lookup ran (a key's
-  // __eq__ may run host code) leaves it stale.  Only a watched namespace
-  // keeps names: there the count moves before any change, so a kept name
-  // is exactly what a lookup would find.  A missing name is looked up again
-  // at each read, so that it fails at each call as a lookup does.  Without
-  // the namespace_cache shortcut no name is kept, and every read looks up.
+  // __eq__ may run host code) leaves it stale.
   PyObject* bound_to(PyObject* dict, std::size_t f) {
     Binding& b = bindings[f];
     const std::uint64_t now = watched_changes.load(std::memory_order_relaxed);
-    if (b.changes == now) return b.found;
+    if (may_take_namespace_cache(settings, watcher, b, now)) return b.found;
     PyObject* found = PyDict_GetItemWithError(dict, function_names[f].get());
-    if (found && watcher >= 0 && settings.shortcuts.on(next_steps::Shortcut::namespace_cache)) b = {found, now};
+    if (found) b = {found, now};
     return found;
   }
 

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "next_steps/encoding.hpp"
+#include "next_steps/fast/deferred_size.hpp"
 #include "next_steps/made_steps.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
@@ -117,22 +118,19 @@ class StepListSizes {
   bool first_measured_ = false;
 };
 
-// The answer's compact size and hint bytes as the budget reads them.  Steps
-// that fit within the floor fit whatever the answer's size, so the size is
-// worked out only when they do not.  Until then the answer is only walked
-// for its hint bytes and for what fails to encode, which fails there as it
-// would in encoded_size.  The size may wait only while nothing can change
-// the answer before it is asked for: both functions are the module's own,
-// the walk met no host code (it stops where it would), and the caller knows
-// that no host code runs between.  Otherwise both are measured at once.
+// The answer's compact size and hint bytes as the budget reads them: both
+// measured up front, or with the deferred_size shortcut the hint bytes
+// alone, the size only when the loop asks for it.
 template <class M>
 class AnswerSizes {
  public:
   using Value = typename M::Value;
   AnswerSizes(M& m, const Value& response, bool nothing_runs_between) : m_(m), response_(response) {
-    if (nothing_runs_between && m.shortcut(Shortcut::deferred_size) && m.template holds_own<Fn::encoded_size>() &&
-        m.template holds_own<Fn::hint_size>() && hints_counted_alone())
-      return;
+    if (may_take_deferred_size(m, nothing_runs_between))
+      if (const auto hints = hint_bytes_alone(m, response)) {
+        hints_ = *hints;
+        return;
+      }
     size_ = m.template call<Fn::encoded_size>(response);
     hints_ = m.template call<Fn::hint_size>(response);
   }
@@ -144,24 +142,6 @@ class AnswerSizes {
   }
 
  private:
-  // Counts the hint bytes by a walk that only checks the rest of the answer
-  // for what fails to encode; whether it could, without host code.
-  bool hints_counted_alone() {
-    if (m_.shortcut(Shortcut::check_walk)) return hints_counted_alone_by<HintCheckSink>();
-    return hints_counted_alone_by<PlainCheckSink>();
-  }
-  template <class Sink>
-  bool hints_counted_alone_by() {
-    Sink sink;
-    try {
-      count_compact(m_, response_, sink);
-    } catch (const WouldRunHostCode&) {
-      return false;
-    }
-    hints_ = static_cast<std::int64_t>(sink.hint_bytes);
-    return true;
-  }
-
   M& m_;
   const Value& response_;
   std::int64_t size_ = -1, hints_ = 0;  // a size below 0 is not measured yet

@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "next_steps/address_slot.hpp"
+#include "next_steps/fast/check_walk.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/shortcuts.hpp"
 #include "next_steps/text.hpp"
@@ -80,20 +80,6 @@ template <class Sink>
 concept CountsHints = std::is_base_of_v<HintCheckSink, Sink>;
 template <class Sink>
 concept SkipsSafeValues = CountsHints<Sink> && Sink::skips_safe_values;
-
-// The one-byte keys met so far that name no hint field, by identity, for a
-// walk that runs no host code (so every key it met lives on).  A key whose
-// place is taken is looked at again.
-class PlainKeys {
- public:
-  bool holds(const void* key) const { return keys_[slot_of(key)] == key; }
-  void add(const void* key) { keys_[slot_of(key)] = key; }
-
- private:
-  static constexpr std::size_t slots = 64;
-  static std::size_t slot_of(const void* key) { return address_slot<slots>(key); }
-  const void* keys_[slots] = {};
-};
 
 // The host's count of nested calls as a walk keeps it: raised a level only
 // where the walk goes deeper than it has been, and let down to the walk's
@@ -173,14 +159,14 @@ class Writer {
   // force: left to the compiler they become a call per entry, about one
   // instruction in twenty of a walk.
   [[gnu::always_inline]] void value(const Value& v) {
-    switch (m_.kind(v)) {
+    const Kind kind = m_.kind(v);
+    if constexpr (SkipsSafeValues<Sink>) {
+      if (may_take_check_walk(m_, sink_, v, kind)) return;
+    }
+    switch (kind) {
       case Kind::null: return sink_.ascii("null");
       case Kind::boolean: return sink_.ascii(m_.bool_value(v) ? "true" : "false");
-      case Kind::str:
-        if constexpr (SkipsSafeValues<Sink>) {
-          if (sink_.nested_past_hint_walk == 0 && m_.str_width(v) == 1) return;  // cannot fail
-        }
-        return sink_.token(m_.str_view(v));
+      case Kind::str: return sink_.token(m_.str_view(v));
       case Kind::integer: return integer(v);
       case Kind::real: return real(m_.float_value(v));
       case Kind::list: return sequence(v, false);
@@ -205,9 +191,6 @@ class Writer {
   }
 
   void integer(const Value& v) {
-    if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.nested_past_hint_walk == 0 && m_.int_is_short(v)) return;  // cannot fail
-    }
     if constexpr (Sink::counts) {
       sink_.bytes += m_.int_text_length(v);
     } else {
@@ -218,9 +201,6 @@ class Writer {
   }
 
   void real(double d) {
-    if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.nested_past_hint_walk == 0) return;
-    }
     if constexpr (Sink::counts) {
       sink_.bytes += float_text_length(d);
     } else {
@@ -239,14 +219,12 @@ class Writer {
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
     if constexpr (SkipsSafeValues<Sink>) {
-      if (sink_.nested_past_hint_walk == 0) {  // its size is not needed
+      if (may_take_check_walk(m_, sink_, k, Kind::str)) {  // its size is not needed
         const void* id = m_.identity(k);
         if (plain_keys_.holds(id)) return false;
-        if (m_.str_width(k) == 1) {
-          const bool hint = names_hint(k);
-          if (!hint) plain_keys_.add(id);
-          return hint;
-        }
+        const bool hint = names_hint(k);
+        if (!hint) plain_keys_.add(id);
+        return hint;
       }
     }
     sink_.token(m_.str_view(k));

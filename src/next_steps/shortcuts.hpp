@@ -15,13 +15,13 @@
 namespace next_steps {
 
 // name, what is skipped (and where)
-#define NEXT_STEPS_SHORTCUTS(X)                                                                        \
-  X(deferred_size, "the answer's size not measured before the budget needs it (budget.hpp)")            \
-  X(check_walk, "values that cannot fail not looked at while the size waits (encoding.hpp)")           \
-  X(made_step_sizes, "the steps a call made measured and compared from their fields (made_steps.hpp)") \
-  X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")               \
-  X(value_told_repeats, "repeated calls told by value, not by their key texts (assembly.hpp)")          \
-  X(namespace_cache, "the module's names kept until its namespace changes (module_state.hpp)")
+#define NEXT_STEPS_SHORTCUTS(X)                                                                                        \
+  X(deferred_size, "the answer's size not measured before the budget needs it (fast/deferred_size.hpp)")                           \
+  X(check_walk, "values that cannot fail not looked at while the size waits (fast/check_walk.hpp)")                           \
+  X(made_step_sizes, "the steps a call made measured and compared from their fields (made_steps.hpp)")                 \
+  X(constant_texts, "constant texts and their sizes kept by address (module_state.hpp)")                               \
+  X(value_told_repeats, "repeated calls told by value, not by their key texts (fast/value_told_repeats.hpp)")          \
+  X(namespace_cache, "the module's names kept until its namespace changes (host_binding/fast/namespace_cache.hpp)")
 
 enum class Shortcut : std::uint8_t {
 #define NEXT_STEPS_ENUM(name, skips) name,

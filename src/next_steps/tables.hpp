@@ -23,12 +23,18 @@ inline constexpr std::int64_t fan_in_for_impact = 8;
 inline constexpr std::int64_t max_step_files = 10;
 
 // The argument a usual follow-up takes from the answer, in the order of the
-// host's literal type.
+// host's literal type: the text `_taken` is asked for it by, which the stub
+// lists.
 enum class Takes : unsigned char { fqn, path, query, component, changed_files, none };
 inline constexpr auto takes_texts =
     std::to_array<std::string_view>({"fqn", "path", "query", "component", "changed_files"});
 static_assert(takes_texts.size() == static_cast<std::size_t>(Takes::none), "a text for each Takes but none");
 constexpr std::string_view text_of(Takes t) { return takes_texts[static_cast<std::size_t>(t)]; }
+
+// The key of the step's args that holds what a follow-up took (a tests
+// step's scope brings its own keys).  It is the text it is taken by: a
+// step's argument is named as the answer names what it holds.
+constexpr std::string_view argument_key(Takes t) { return text_of(t); }
 
 struct HintRecord {
   std::string_view tool;
@@ -38,21 +44,37 @@ struct HintRecord {
   std::string_view shared_name;  // the module constant that holds it, if any
 };
 
-// Every distinct record; rows refer to them by index, so a shared record is
-// the same object wherever it stands.
+// Every distinct record, each with the name the rows give its index by;
+// rows refer to them by index, so a shared record is the same object
+// wherever it stands.
+//   index name, tool, reason, action, what it takes, module constant
+#define NEXT_STEPS_HINT_RECORDS(X)                                                             \
+  X(detail, "symbol", "Details of the best hit", "detail", fqn, "_DETAIL")                     \
+  X(callers, "symbol", "Who calls the best hit", "callers", fqn, "_CALLERS")                   \
+  X(references, "symbol", "Every use of it", "references", fqn, "_REFERENCES")                 \
+  X(file_symbols, "file", "Symbols of the first file", "symbols", path, "_FILE_SYMBOLS")       \
+  X(changed_tests, "tests", "Tests to run for these files", "recommended", changed_files,      \
+    "_CHANGED_TESTS")                                                                          \
+  X(components, "architecture", "The components of the code", "components", none, "")         \
+  X(file_tests, "tests", "Its file's tests", "for_file", path, "")                             \
+  X(imports, "file", "What it imports", "imports", path, "")                                   \
+  X(dependencies, "architecture", "What it depends on", "dependencies", component, "")         \
+  X(delta, "context", "Context for reviewing the changes", "delta", none, "")                  \
+  X(no_references, "symbol", "Check it has no references", "references", fqn, "")
+
 inline constexpr auto hint_records = std::to_array<HintRecord>({
-    {"symbol", "Details of the best hit", "detail", Takes::fqn, "_DETAIL"},
-    {"symbol", "Who calls the best hit", "callers", Takes::fqn, "_CALLERS"},
-    {"symbol", "Every use of it", "references", Takes::fqn, "_REFERENCES"},
-    {"file", "Symbols of the first file", "symbols", Takes::path, "_FILE_SYMBOLS"},
-    {"tests", "Tests to run for these files", "recommended", Takes::changed_files, "_CHANGED_TESTS"},
-    {"architecture", "The components of the code", "components", Takes::none, ""},
-    {"tests", "Its file's tests", "for_file", Takes::path, ""},
-    {"file", "What it imports", "imports", Takes::path, ""},
-    {"architecture", "What it depends on", "dependencies", Takes::component, ""},
-    {"context", "Context for reviewing the changes", "delta", Takes::none, ""},
-    {"symbol", "Check it has no references", "references", Takes::fqn, ""},
+#define NEXT_STEPS_HINT_RECORD(index, tool, reason, action, takes, shared) {tool, reason, action, Takes::takes, shared},
+    NEXT_STEPS_HINT_RECORDS(NEXT_STEPS_HINT_RECORD)
+#undef NEXT_STEPS_HINT_RECORD
 });
+
+namespace hint_index {
+enum : unsigned char {
+#define NEXT_STEPS_HINT_INDEX(index, ...) index,
+  NEXT_STEPS_HINT_RECORDS(NEXT_STEPS_HINT_INDEX)
+#undef NEXT_STEPS_HINT_INDEX
+};
+}
 
 // The records held by module constants, which come first.
 constexpr bool is_shared(const HintRecord& r) { return !r.shared_name.empty(); }
@@ -60,12 +82,6 @@ inline constexpr auto shared_hint_count =
     static_cast<std::size_t>(std::ranges::find_if_not(hint_records, is_shared) - hint_records.begin());
 static_assert(std::ranges::none_of(hint_records.begin() + shared_hint_count, hint_records.end(), is_shared),
               "the shared records come first");
-
-namespace hint_index {
-enum : unsigned char { detail, callers, references, file_symbols, changed_tests, components, file_tests,
-                       imports, dependencies, delta, no_references, count };
-}
-static_assert(hint_index::count == hint_records.size(), "an index for each record");
 
 struct Row {
   // The size is the count of the hints given.

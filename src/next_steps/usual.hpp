@@ -124,7 +124,7 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
       if (no_hits) continue;
       const V value = m.template call<Fn::taken>(response, m.literal(text_of(hint.takes)), arguments);
       if (m.is_null(value)) continue;
-      m.set_item(args, m.literal(text_of(hint.takes)), value);
+      m.set_item(args, m.literal(argument_key(hint.takes)), value);
     }
     m.append(steps, make_step(m, m.literal(hint.tool), m.literal(hint.reason), args));
   }

@@ -1,0 +1,102 @@
+// Repeated calls told by value instead of by their call-key texts.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "next_steps/model.hpp"
+
+namespace next_steps::value_told {
+
+template <class M>
+bool plain(M& m, const typename M::Value& v, Kind kind) {
+  return m.kind(v) == kind && m.walks_without_host_code(v);
+}
+
+template <class M>
+std::optional<std::size_t> text_or_list_hash(M& m, const typename M::Value& v) {
+  if (m.is_exact_bmp_text(v)) return m.text_hash(v);
+  if (!plain(m, v, Kind::list)) return std::nullopt;
+  bool texts = true;
+  std::size_t items_hash = 1;
+  m.lend_items(v, [&](const auto& item) {
+    texts = m.is_exact_bmp_text(item);
+    if (texts) items_hash = items_hash * 1000003 + m.text_hash(item);
+    return texts;
+  });
+  if (!texts) return std::nullopt;
+  return items_hash;
+}
+
+template <class M>
+struct Call {
+  typename M::Value tool, args;
+  std::size_t hash;  // the same for equal calls, whatever the order of the args
+};
+
+// A step's call when the step is plain: a dict keyed by exact BMP texts,
+// with such a text as its tool and as args a dict of such texts and lists
+// of them (a file list), all walking without host code.  The key texts of
+// such calls are equal exactly when the calls are, and reading them runs no
+// host code.
+template <class M>
+std::optional<Call<M>> plain_call(M& m, const typename M::Value& step) {
+  using V = typename M::Value;
+  if (!plain(m, step, Kind::dict)) return std::nullopt;
+  std::optional<V> tool, args;
+  bool texts = true;
+  m.lend_entries(step, [&](const V& key, const V& value) {
+    texts = m.is_exact_bmp_text(key);
+    if (texts && m.str_equals(key, text_of(Name::tool))) tool = value;
+    if (texts && m.str_equals(key, text_of(Name::args))) args = value;
+    return texts;
+  });
+  if (!texts || !tool || !args || !m.is_exact_bmp_text(*tool) || !plain(m, *args, Kind::dict)) return std::nullopt;
+  std::size_t entries_hash_sum = 0;  // a sum, so that the order of the entries does not count
+  m.lend_entries(*args, [&](const V& key, const V& value) {
+    const auto value_hash = m.is_exact_bmp_text(key) ? text_or_list_hash(m, value) : std::nullopt;
+    texts = value_hash.has_value();
+    if (texts) entries_hash_sum += m.text_hash(key) * 31 + *value_hash;
+    return texts;
+  });
+  if (!texts) return std::nullopt;
+  return Call<M>{*tool, *args, m.text_hash(*tool) ^ entries_hash_sum};
+}
+
+}  // namespace next_steps::value_told
+
+namespace next_steps {
+
+// Whether the repeats of `steps` may be told by value: a plain list or
+// tuple (its items read without host code) of plain steps.
+template <class M>
+bool may_take_value_told_repeats(M& m, const typename M::Value& steps) {
+  if (!m.shortcut(Shortcut::value_told_repeats)) return false;
+  if (!value_told::plain(m, steps, Kind::list) && !value_told::plain(m, steps, Kind::tuple)) return false;
+  bool all = true;
+  m.lend_items(steps, [&](const auto& step) { return all = value_told::plain_call(m, step).has_value(); });
+  return all;
+}
+
+// deduplicated with each call compared by value with the ones met before
+// of the same hash.
+template <class M>
+typename M::Value value_told_repeats(M& m, const typename M::Value& steps) {
+  using V = typename M::Value;
+  V kept = m.new_list();
+  std::vector<value_told::Call<M>> met;
+  m.lend_items(steps, [&](const V& step) {
+    const auto call = value_told::plain_call(m, step);
+    bool repeat = false;
+    for (std::size_t i = 0; call && i < met.size() && !repeat; ++i)
+      repeat = met[i].hash == call->hash && m.equal_without_host_code(met[i].tool, call->tool) &&
+               m.equal_without_host_code(met[i].args, call->args);
+    if (call && !repeat) met.push_back(*call);
+    if (!repeat) m.append(kept, step);
+    return true;
+  });
+  return kept;
+}
+
+}  // namespace next_steps
