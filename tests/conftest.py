@@ -3,6 +3,7 @@ a test swaps one by rebinding the name on the module; monkeypatch restores it.""
 
 import importlib
 import os
+import types
 
 import pytest
 from hypothesis import settings
@@ -29,6 +30,12 @@ def outcome(function, *args, **keywords):
         return ("value", function(*args, **keywords))
     except Exception as error:  # the host's errors, each call's own
         return (type(error), str(error))
+
+
+def own_functions():
+    """The module's own functions, private ones included, by name, as its namespace lists them."""
+    return {name: f for name, f in vars(importlib.import_module(MODULE_NAME)).items()
+            if isinstance(f, types.BuiltinFunctionType) and f.__module__ == MODULE_NAME}
 
 
 @pytest.fixture(scope="session")

@@ -1,8 +1,9 @@
 """The switch that turns the shortcuts off, read when a module object is made,
-and the two modes agreeing: a module object with every shortcut and one with
-none, in one process, give the same results, the same errors and the same
-calls to their collaborators on answers that hold every value a shortcut's
-guard exists for."""
+and the net that holds every function of the module, private ones included:
+called directly on values of every hard kind, a module object with every
+shortcut and one with none, in one process, give the same results, the same
+errors and the same calls to their collaborators, and what the plain Python
+of the rule gives where there is a plain statement of it."""
 
 import importlib
 import inspect
@@ -10,7 +11,7 @@ import types
 import typing
 
 import pytest
-from conftest import MODULE_NAME, outcome
+from conftest import MODULE_NAME, outcome, own_functions
 from hypothesis import event, example, find, given, settings
 from hypothesis import strategies as st
 from modes import SHORTCUTS, fresh_module
@@ -159,9 +160,7 @@ PARAMETERS = {
     "freshness": blocks, "repository": st.none(), "wanted": request_texts, "reason": hard_texts,
     "args": st.dictionaries(st.text(max_size=4), hard_values, max_size=3),
 }
-# Every function of the module, private ones included, read from it.
-FUNCTIONS = {name: inspect.signature(f) for name, f in vars(OWN).items()
-             if isinstance(f, types.BuiltinFunctionType) and f.__module__ == OWN.__name__}
+FUNCTIONS = {name: inspect.signature(f) for name, f in own_functions().items()}
 
 
 @st.composite

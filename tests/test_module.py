@@ -2,19 +2,17 @@
 
 import ast
 import gc
-import importlib
 import importlib.util
 import inspect
 import logging
 import subprocess
 import sys
 import textwrap
-import types
 import typing
 from pathlib import Path
 
 import pytest
-from conftest import MODULE_NAME, outcome
+from conftest import MODULE_NAME, outcome, own_functions
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -72,10 +70,8 @@ def test_positional_parameters_may_be_named(ns):
     assert ns._within_share(keep=1, steps=[], response={}) == []
 
 
-OWN = importlib.import_module(MODULE_NAME)
-FUNCTIONS = sorted(name for name, f in vars(OWN).items()
-                   if isinstance(f, types.BuiltinFunctionType) and f.__module__ == MODULE_NAME)
-PARAMETERS = sorted({p for name in FUNCTIONS for p in inspect.signature(getattr(OWN, name)).parameters} | {"colour"})
+FUNCTIONS = sorted(own_functions())
+PARAMETERS = sorted({p for f in own_functions().values() for p in inspect.signature(f).parameters} | {"colour"})
 
 
 def twin(function):
