@@ -3,17 +3,39 @@ a test swaps one by rebinding the name on the module; monkeypatch restores it.""
 
 import importlib
 import os
+import types
 
 import pytest
 from hypothesis import settings
 
 # Property tests that set no number of examples run as many as the profile
 # says: a few hundred here, many more in CI (HYPOTHESIS_PROFILE=ci).
+# "quick" (scripts/mutants) runs every property a quarter as long.
 settings.register_profile("dev", max_examples=200)
 settings.register_profile("ci", max_examples=3000)
+settings.register_profile("quick", max_examples=50)
 settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "dev"))
 
+
+def examples(count):
+    """The examples of a property that sets its own number, as the profile scales it."""
+    return count // 4 if os.environ.get("HYPOTHESIS_PROFILE") == "quick" else count
+
 MODULE_NAME = "velquorn.tool_handlers.next_steps"
+
+
+def outcome(function, *args, **keywords):
+    """What a call gives: its result, or the kind and text of its error."""
+    try:
+        return ("value", function(*args, **keywords))
+    except Exception as error:  # the host's errors, each call's own
+        return (type(error), str(error))
+
+
+def own_functions():
+    """The module's own functions, private ones included, by name, as its namespace lists them."""
+    return {name: f for name, f in vars(importlib.import_module(MODULE_NAME)).items()
+            if isinstance(f, types.BuiltinFunctionType) and f.__module__ == MODULE_NAME}
 
 
 @pytest.fixture(scope="session")

@@ -4,7 +4,7 @@ limits and the hint fields are the module's own facts, read from it."""
 
 import json
 
-from velquorn.tool_handlers.next_steps import HINT_FLOOR_BYTES, HINT_KEYS, HINT_SHARE, MAX_STEPS
+from velquorn.tool_handlers.next_steps import _HIT_LISTS, HINT_FLOOR_BYTES, HINT_KEYS, HINT_SHARE, MAX_STEPS
 
 STEPS_KEY_BYTES = len(',"next_steps":')  # what the steps add to the answer besides their list
 
@@ -46,3 +46,13 @@ def dedupe(steps):
             seen.add(key)
             kept.append(one)
     return kept
+
+
+def hit_count(response):
+    for field in ("total_count", "total"):
+        if isinstance(count := response.get(field), int):
+            return int(count)
+    for field in _HIT_LISTS:
+        if isinstance(hits := response.get(field), list):
+            return len(hits)
+    return None

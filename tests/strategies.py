@@ -3,6 +3,7 @@ module's walks meet, the values that the host's JSON writer refuses, and
 answers that carry every value a shortcut's guard exists for."""
 
 import enum
+import math
 import sys
 from collections import namedtuple
 
@@ -40,8 +41,58 @@ Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
 
 
 Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
+Count = type("Count", (int,), {"__str__": lambda self: "not this", "__repr__": lambda self: "not this"})
 Answer = type("Answer", (dict,), {})
 Rows = type("Rows", (list,), {})
+
+
+# Containers that answer for themselves: a walk or a lookup that reads their
+# storage instead of asking them gives another answer than the host's.
+class Reordered(dict):
+    def items(self):
+        return list(dict.items(self))[::-1]
+
+
+class Unpaired(dict):
+    """Entries as two-item lists, then a two-character text: unpacked as pairs by a loop."""
+
+    def items(self):
+        return [[key, value] for key, value in dict.items(self)] + ["ky"]
+
+
+class Unpackable(dict):
+    """Entries as one-item tuples, which a loop cannot unpack as pairs."""
+
+    def items(self):
+        return [(key,) for key in dict.keys(self)]
+
+
+class Aliased(dict):
+    """Its lookups, not its storage, say what it holds."""
+
+    ALIASES = {"total_count": "total", "total": "total_count", "fqn": "path", "path": "fqn", "query": "fqn"}
+
+    def get(self, key, default=None):
+        return dict.get(self, self.ALIASES.get(key, key), default)
+
+    def __getitem__(self, key):
+        return dict.__getitem__(self, self.ALIASES.get(key, key))
+
+
+class Shuffled(list):
+    """Items, length and slices of its own."""
+
+    def __iter__(self):
+        return iter(list(list.__iter__(self))[::-1])
+
+    def __len__(self):
+        return max(0, list.__len__(self) - 1)
+
+    def __getitem__(self, at):
+        return list.__getitem__(self, at) if not isinstance(at, slice) else list(list.__iter__(self))[at][::-1]
+
+
+OWN_CONTAINERS = [Reordered, Unpaired, Unpackable, Aliased, Shuffled]
 Pair = namedtuple("Pair", "first second")
 # Ints past the digit limit the host writes (4300 digits unless set), of
 # its own type and of a subclass, and one past a double's range that it writes.
@@ -52,14 +103,48 @@ HUGE_INT = Huge(LONG_INT)
 WIDE_INT = 10**400
 long_ints = st.builds(lambda sign: sign * LONG_INT, st.sampled_from([1, -1]))
 
+
+
+def _ulps(value, steps):
+    for _ in range(abs(steps)):
+        value = math.nextafter(value, math.inf if steps > 0 else -math.inf)
+    return value
+
+
 SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
 SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
                   sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
 
 plain_texts = st.text(st.one_of(st.characters(codec="utf-8"), st.sampled_from(SPECIAL_CHARS)), max_size=12)
-texts = st.one_of(plain_texts, plain_texts.map(Name))
-ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), st.sampled_from(list(Level)))
-floats = st.one_of(st.floats(), st.sampled_from(SPECIAL_FLOATS), st.floats(allow_nan=False).map(Ratio))
+# Long runs without escapes, in every storage width (the marker widens it),
+# with escapes and wide code points at any place.
+ESCAPES = "\x00\x08\t\n\x1f\"\\"
+MARKERS = ["", "\x7f", "é", "\u07ff", "\u0800", "\uffff", "😀"]
+runs = st.one_of(
+    *(st.text(st.characters(min_codepoint=0x20, max_codepoint=top, exclude_characters="\"\\", codec="utf-8"), max_size=40)
+      for top in (0x7F, 0xFF, 0xFFFF, 0x10FFFF))
+)
+spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
+long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
+texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
+# Ints whose digits a count read off their double would get wrong: next to
+# a power of ten, next to the edge of the band round one where the double
+# cannot tell them, and next to and past a double's range.
+near_powers = st.builds(lambda k, d, sign: sign * (10**k + d), st.integers(18, 330), st.integers(-2, 2),
+                        st.sampled_from([1, -1]))
+WIDE_EDGES = [2**1024, 2**1024 - 2**970, *(10**k * f // 10**6 for k in (19, 60, 307) for f in (1000001, 9999990))]
+wide_ints = st.builds(lambda base, d, sign: sign * (base + d), st.sampled_from(WIDE_EDGES), st.integers(-2, 2),
+                      st.sampled_from([1, -1]))
+ints = st.one_of(st.integers(), st.integers(-(10**400), 10**400), near_powers, wide_ints,
+                 st.sampled_from(list(Level)), st.integers().map(Count))
+# Rounded values (scores, durations), and values of up to seven decimals
+# next to where the value times 10^7 reaches 2^51: a count of their digits
+# from the decimals alone would go wrong there.
+rounded = st.builds(lambda n, k: n / 10**k, st.integers(-(10**17), 10**17), st.integers(0, 9))
+near_bounds = st.builds(lambda d, k, ulps, sign: sign * _ulps((2**51 // 10 ** (7 - k) + d) / 10**k, ulps),
+                        st.integers(-2, 2), st.integers(0, 7), st.integers(-2, 2), st.sampled_from([1.0, -1.0]))
+floats = st.one_of(st.floats(), rounded, near_bounds, st.sampled_from(SPECIAL_FLOATS),
+                   st.floats(allow_nan=False).map(Ratio))
 others = st.one_of(
     texts.map(Text),
     st.frozensets(st.integers(0, 9), max_size=3).map(set),
@@ -67,42 +152,14 @@ others = st.one_of(
     st.complex_numbers(allow_nan=False, max_magnitude=1e6),
 )
 keys = st.one_of(texts, st.integers(), st.floats(), st.booleans(), st.none(), st.sampled_from(list(Level)))
-leaves = st.one_of(st.none(), st.booleans(), ints, floats, texts, others)
-
-
-def records(names, rows):
-    """Rows of one shape, sharing their key objects as a tool's hits do."""
-    return [dict(zip(names, row)) for row in rows]
-
-
-def containers(children):
-    items = st.lists(children, max_size=4)
-    entries = st.dictionaries(keys, children, max_size=4)
-    pairs = st.tuples(children, children).map(lambda pair: Pair(*pair))
-    rows = st.builds(records, st.lists(texts, max_size=3), st.lists(st.lists(children, min_size=3, max_size=3), max_size=3))
-    return st.one_of(items, items.map(tuple), items.map(Rows), pairs, entries, entries.map(Answer), rows)
-
-
-values = st.recursive(leaves, containers, max_leaves=25)
-
 # Values that the writer refuses, placed among ordinary values.
 poisons = st.sampled_from(
     ["\ud800", "a\udfffb", Text("\udc00"), NoText(), WrongText(), HUGE_INT, {HUGE_INT: 1}, {(1, 2): 3}]
-) | st.builds(lambda a, lone, b: a + lone + b, plain_texts, st.sampled_from(["\ud800", "\udfff"]), plain_texts)
-poisoned_values = st.recursive(st.one_of(leaves, poisons), containers, max_leaves=12)
+) | st.builds(lambda a, lone, b: a + lone + b, long_texts, st.sampled_from(["\ud800", "\udfff"]), long_texts)
 
 SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
 
 Tip = type("Tip", (str,), {})
-
-
-def answers(children):
-    # Keys are hint fields by their characters, not their type; names match exactly.
-    entries = st.dictionaries(st.one_of(st.sampled_from(["tip", "note", "hints", "next_steps", "Tip", Tip("tip")]), keys),
-                              children, max_size=4)
-    items = st.lists(children, max_size=4)
-    return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows))
-
 
 # Values whose walk runs no host code: no subclass of a container, no other
 # value, but every failure that a plain value can hold.
@@ -133,7 +190,8 @@ def hard_containers(children):
     entries = st.dictionaries(hard_keys, children, max_size=4)
     items = st.lists(children, max_size=4)
     return st.one_of(entries, entries.map(Answer), items, items.map(tuple), items.map(Rows),
-                     st.tuples(children, children).map(lambda pair: Pair(*pair)))
+                     st.tuples(children, children).map(lambda pair: Pair(*pair)),
+                     entries.map(Reordered), entries.map(Aliased), items.map(Shuffled))
 
 
 hard_values = st.recursive(hard_leaves, hard_containers, max_leaves=16)
@@ -190,24 +248,31 @@ plain_hard_values = st.recursive(
 )
 
 
-def step_fields(texts, ints, values, keys, dicts):
+def step_fields(texts, ints, values, keys, own):
     """The fields steps are made of, holding these texts, ints and values;
-    `dicts` makes a hit or a step of its fields."""
+    `own` makes a hit, a step or a list of them of their plain container."""
     paths = texts | st.sampled_from(PATHS)
     hit = st.fixed_dictionaries({}, optional={"fqn": texts | values, "path": paths, "file": paths, "name": texts,
                                               "kind": st.sampled_from(["function", "module", "doc"]) | texts})
-    hits = st.lists(hit.flatmap(dicts) | paths, max_size=5)
+    hits = st.lists(hit.flatmap(own) | paths, max_size=5).flatmap(own)
     step = st.fixed_dictionaries({"tool": texts | values, "args": values | st.dictionaries(keys, texts), "reason": texts})
     return {
         "fqn": texts, "file": paths, "query": texts, "path": paths, "base_branch": texts,
         "total_count": ints, "total": ints, "files_omitted": st.booleans() | ints,
-        "files": st.lists(paths | st.builds(dict, path=paths), max_size=15), "affected_files": st.lists(paths, max_size=4),
+        "files": st.lists(paths | st.builds(dict, path=paths), max_size=15).flatmap(own),
+        "affected_files": st.lists(paths, max_size=4).flatmap(own),
         "results": hits, "symbols": hits, "callers": hits, "references": hits, "tests": hits, "definitions": hits,
-        "next_steps": st.lists(step.flatmap(dicts), max_size=4), "tip": values, "note": texts,
+        "next_steps": st.lists(step.flatmap(own), max_size=4).flatmap(own), "tip": values, "note": texts,
     }
 
 
-HARD_FIELDS = step_fields(hard_texts, hard_ints, hard_values, hard_keys, lambda d: st.sampled_from([d, Answer(d)]))
+def own_kinds(container):
+    """The container, or one of its kind that answers for itself."""
+    kinds = [Answer, Aliased, Reordered] if isinstance(container, dict) else [Shuffled]
+    return st.sampled_from([container, *(kind(container) for kind in kinds)])
+
+
+HARD_FIELDS = step_fields(hard_texts, hard_ints, hard_values, hard_keys, own_kinds)
 PLAIN_HARD_FIELDS = step_fields(plain_hard_texts, plain_hard_ints, plain_hard_values, plain_hard_keys, st.just)
 
 
@@ -240,8 +305,11 @@ def hard_kinds(value):
                 kinds.add("lone surrogate in a text")
             if type(v) is not str:
                 kinds.add("str subclass")
-        elif isinstance(v, bool) or isinstance(v, float):
+        elif isinstance(v, bool):
             continue
+        elif isinstance(v, float):
+            if 2**50 < abs(v) * 1e7 < 2**52:
+                kinds.add("float next to 2^51 after seven decimals")
         elif isinstance(v, int):
             if type(v) is not int:
                 kinds.add("int subclass")
@@ -249,6 +317,8 @@ def hard_kinds(value):
                 kinds.add("int past the digit limit")
             elif abs(v) > 2**1024:
                 kinds.add("int past a double's range")
+            elif any(abs(abs(v) - edge) <= 2 for edge in WIDE_EDGES):
+                kinds.add("int next to an edge of a double's digits")
         elif isinstance(v, (NoText, WrongText)):
             kinds.add("value whose str() fails")
         elif isinstance(v, tuple):
@@ -256,6 +326,8 @@ def hard_kinds(value):
             stack.extend((item, depth + 1) for item in v)
         elif isinstance(v, (dict, list)) and id(v) not in depth_of:
             depth_of[id(v)] = depth
+            if type(v) in OWN_CONTAINERS:
+                kinds.add(f"{type(v).__name__} container")
             if isinstance(v, dict):
                 if type(v) is not dict:
                     kinds.add("dict subclass")
@@ -268,3 +340,42 @@ def hard_kinds(value):
             else:
                 stack.extend((item, depth + 1) for item in list.__iter__(v))
     return kinds
+
+
+# One value of each hard kind, planted into every answer that the mode
+# comparison draws: every kind is drawn by construction.
+PLANTS = {
+    "lone surrogate in a text": lone_texts,
+    "lone surrogate in a key": lone_texts.map(lambda text: {text: 1}),
+    "int past the digit limit": long_ints,
+    "int past a double's range": st.sampled_from([WIDE_INT, -(2**1024) - 1]),
+    "int next to an edge of a double's digits": wide_ints,
+    "float next to 2^51 after seven decimals": near_bounds,
+    "str subclass": texts.map(Name),
+    "int subclass": st.integers().map(Count),
+    "dict subclass": st.dictionaries(hard_keys, hard_leaves, max_size=3).map(Answer),
+    # Of two items at least, which their own order tells apart from the storage's.
+    **{f"{kind.__name__} container": st.lists(hard_leaves, min_size=2, max_size=3).filter(
+        lambda items: any(a is not b for a, b in zip(items, items[::-1]))).map(
+        lambda items, kind=kind: kind(enumerate(items)) if issubclass(kind, dict) else kind(items))
+       for kind in OWN_CONTAINERS},
+    "value whose str() fails": st.sampled_from([NoText(), WrongText()]),
+    "tuple": st.tuples(hard_leaves),
+    "hint field below the top": hard_values.map(lambda value: [{"tip": value}]),
+}
+plants = st.sampled_from(sorted(PLANTS)).flatmap(lambda kind: PLANTS[kind])
+
+
+@st.composite
+def planted_anywhere(draw, answer):
+    """The answer with one hard value put into one of its containers."""
+    value = draw(plants)
+    targets = [c for c in containers_in(answer) if type(c) in (dict, list)]
+    if not targets:
+        return [answer, value]
+    target = draw(st.sampled_from(targets))
+    if isinstance(target, dict):
+        target[draw(hard_keys)] = value
+    else:
+        target.insert(draw(st.integers(0, len(target))), value)
+    return answer

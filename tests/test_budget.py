@@ -3,12 +3,12 @@
 import math
 
 import pytest
+from conftest import examples, outcome
 from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
-from strategies import HUGE_INT, SLOW, Answer, answers, leaves, plain_values, poisons
-from test_encoding import outcome
+from strategies import HUGE_INT, SLOW, Answer, hard_values, plain_values
 
 
 def answer_of(total, hints):
@@ -78,7 +78,7 @@ generated_steps = st.lists(
 )
 
 
-@settings(max_examples=500, deadline=None)
+@settings(max_examples=examples(500), deadline=None)
 @given(padding, st.integers(0, HINT_FLOOR_BYTES + 80), generated_steps, st.integers(0, 4))
 def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
     # Notes past the floor make the hints alone exceed the room for small answers.
@@ -89,8 +89,8 @@ def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
     assert (kept is steps) == (len(kept) == len(steps))
 
 
-@settings(max_examples=1000, **SLOW)
-@given(st.recursive(st.one_of(leaves, poisons), answers, max_leaves=20))
+@settings(max_examples=examples(1000), **SLOW)
+@given(hard_values)
 def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
     assert outcome(ns._hint_size, answer) == outcome(hint_size, answer)
     # A one-item list whose text takes the largest room left fits; one byte more does not.
@@ -239,7 +239,7 @@ def assembled_for_callers(ns, answer, arguments):
 # Texts of every kind, escapes and lone surrogates included, and from the
 # request (the answer naming none) or the answer, in steps that the module
 # makes itself.
-@settings(max_examples=400, deadline=None)
+@settings(max_examples=examples(400), deadline=None)
 @given(st.text(max_size=30), st.booleans(), st.integers(0, HINT_FLOOR_BYTES + 80), st.integers(0, 40))
 @example("a\udc00", True, 0, 40)  # a lone surrogate in the steps only, measured from their texts
 def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note, count):
@@ -253,8 +253,8 @@ def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note,
 # Steps the module made fit within the floor whatever the answer's size: the
 # size is then not needed, but the answer still fails where its text would.
 # The notes take the hints with the steps to the floor, or a byte past it.
-@settings(max_examples=1000, **SLOW)
-@given(st.lists(plain_values | st.recursive(st.one_of(leaves, poisons), answers, max_leaves=12), min_size=2, max_size=2),
+@settings(max_examples=examples(1000), **SLOW)
+@given(st.lists(plain_values | hard_values, min_size=2, max_size=2),
        padding, st.integers(0, 40), st.sampled_from([0, 1]))
 @example([[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
 @example([["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text

@@ -5,9 +5,8 @@ import logging
 import types
 
 import pytest
+from conftest import MODULE_NAME
 from reference import HINT_FLOOR_BYTES, MAX_STEPS
-
-MODULE_NAME = "velquorn.tool_handlers.next_steps"
 
 
 def a_step(tool, reason="r", **args):

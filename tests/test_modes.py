@@ -1,14 +1,23 @@
 """The switch that turns the shortcuts off, read when a module object is made,
-and the two modes agreeing: a module object with every shortcut and one with
-none, in one process, give the same results, the same errors and the same
-calls to their collaborators on answers that hold every value a shortcut's
-guard exists for."""
+and the net that holds every function of the module, private ones included:
+called directly on values of every hard kind, a module object with every
+shortcut and one with none, in one process, give the same results, the same
+errors and the same calls to their collaborators, and what the plain Python
+of the rule gives where there is a plain statement of it."""
+
+import importlib
+import inspect
+import types
+import typing
 
 import pytest
-from hypothesis import event, example, given, settings
+from conftest import MODULE_NAME, outcome, own_functions
+from hypothesis import event, example, find, given, settings
 from hypothesis import strategies as st
 from modes import SHORTCUTS, fresh_module
-from strategies import LONG_INT, SLOW, containers_in, hard_answers, hard_kinds, hard_texts, hard_values, lone_texts
+from reference import compact_size, dedupe, hint_size, hit_count, within_share
+from strategies import (LONG_INT, PLANTS, SLOW, Aliased, Count, Name, Reordered, Shuffled, containers_in,
+                        hard_answers, hard_ints, hard_kinds, hard_texts, hard_values, lone_texts, planted_anywhere)
 from velquorn.models.symbol import is_code_symbol
 from velquorn.tool_handlers.freshness import add_freshness
 
@@ -31,6 +40,9 @@ def test_any_other_value_fails_the_import_naming_the_variable_and_its_values(sho
     with pytest.raises(ValueError) as failed:
         fresh_module(shortcuts)
     assert str(failed.value).startswith(f"{SHORTCUTS} must be {values}")
+
+
+OWN = importlib.import_module(MODULE_NAME)
 
 
 @pytest.fixture(scope="module")
@@ -63,13 +75,6 @@ def same(a, b):
     if isinstance(a, (list, tuple)):
         return len(a) == len(b) and all(same(x, y) for x, y in zip(a, b))
     return a is b or a == b or (a != a and b != b)
-
-
-def outcome(call):
-    try:
-        return ("value", call())
-    except Exception as error:  # the host's errors, each mode's own
-        return (type(error), str(error))
 
 
 # What a freshness collaborator may do to the copy it is handed: the edit,
@@ -117,81 +122,128 @@ def collaborators(module, edits):
         calls.append(("is_code_symbol", kind, file))
         return is_code_symbol(kind, file)
 
+    def lookup(name, found):
+        return lambda *args: calls.append((name, *args)) or found(args[-1])
+
+    symbol = lambda fqn: types.SimpleNamespace(fqn=fqn, to_dict=lambda: {"fqn": fqn})  # noqa: E731
     module.add_freshness, module.is_code_symbol = freshness, code_symbol
+    module.nearest_paths = lookup("nearest_paths", lambda wanted: [wanted, "src/app/main.py"][len(str(wanted)) % 2:])
+    module.nearest_symbols = lookup("nearest_symbols", lambda wanted: [symbol(wanted)][len(str(wanted)) % 2:])
+    module.guessed_name = lookup("guessed_name", lambda wanted: wanted)
     return calls
 
 
-tools = st.sampled_from(["search:code", "search:symbols", "search:semantic", "symbol:callers", "symbol:detail",
-                         "symbol:references", "file:imports", "git:changes", "git:hotspots", "tests:for_file",
-                         "quality:impact", "quality:duplicates", "unknown:x"]).map(lambda t: t.split(":"))
+TOOLS = ["search", "symbol", "file", "files", "git", "tests", "quality", "architecture", "explore", "unknown"]
+ACTIONS = ["code", "symbols", "semantic", "callers", "detail", "references", "imports", "changes", "hotspots",
+           "for_file", "impact", "duplicates", "dead_code", "diff", "layers", "x"]
+# Names as their characters, a str subclass with its own __str__ too.
+tools, actions = (st.sampled_from(names) | st.sampled_from(names).map(Name) for names in (TOOLS, ACTIONS))
 # Steps take their texts from the request too, a lone surrogate among them.
 request_texts = hard_texts | lone_texts
-arguments = st.none() | st.fixed_dictionaries({}, optional={"query": request_texts, "fqn": request_texts,
-                                                            "path": request_texts})
+requests = st.fixed_dictionaries({}, optional={"query": request_texts, "fqn": request_texts, "path": request_texts})
+arguments = st.none() | requests | requests.map(Aliased) | hard_values
 blocks = st.none() | st.fixed_dictionaries({"current": st.just(False), "stale_files": st.lists(hard_texts, max_size=2)})
+# Reasons long enough that a few steps outgrow their room.
+a_step = st.fixed_dictionaries({"tool": tools | hard_values, "args": requests | hard_values,
+                                "reason": hard_texts | st.integers(0, 400).map(lambda n: "r" * n)})
+steps = st.lists(a_step | a_step.map(Reordered) | a_step.map(Aliased) | hard_values, max_size=4)
+# What each parameter of the module's functions is given, by its name.
+PARAMETERS = {
+    "response": st.builds(lambda answer: answer, hard_answers() | hard_values).flatmap(planted_anywhere),
+    "value": hard_values.flatmap(planted_anywhere), "item": hard_values,
+    "known": st.fixed_dictionaries({"hits": hard_ints | st.none()}, optional={"query": request_texts,
+                                    "fqn": request_texts, "what": st.sampled_from(["callers", "references"]),
+                                    "path": request_texts}).flatmap(lambda d: st.sampled_from([d, Aliased(d)])),
+    "tool_name": tools, "tool": tools, "action": st.none() | actions, "arguments": arguments,
+    "takes": st.sampled_from(typing.get_args(OWN.Takes)) | st.sampled_from(typing.get_args(OWN.Takes)).map(Name),
+    "steps": steps | steps.map(Shuffled), "keep": st.integers(0, 4) | st.integers(0, 4).map(Count) | st.sampled_from([True, "1"]),
+    "freshness": blocks, "repository": st.none(), "wanted": request_texts, "reason": hard_texts,
+    "args": st.dictionaries(st.text(max_size=4), hard_values, max_size=3),
+}
+FUNCTIONS = {name: inspect.signature(f) for name, f in own_functions().items()}
 
 
-def count(answer, changes):
-    for kind in sorted(hard_kinds(answer)):
+@st.composite
+def calls(draw):
+    """A function of the module with arguments for each of its parameters."""
+    # finish_answer half of the time: it runs every other function, with
+    # the freshness collaborator's changes between them.
+    name = draw(st.just("finish_answer") | st.sampled_from(sorted(FUNCTIONS)))
+    positional, keywords = [], {}
+    for parameter in FUNCTIONS[name].parameters.values():
+        value = draw(PARAMETERS[parameter.name])
+        if parameter.kind is parameter.VAR_KEYWORD:
+            keywords.update(value)
+        elif parameter.kind is parameter.KEYWORD_ONLY:
+            keywords[parameter.name] = value
+        else:
+            positional.append(value)
+    return name, positional, keywords
+
+
+def plain_copy(value):
+    if isinstance(value, dict):
+        return {key: plain_copy(item) for key, item in value.items() if item is not None}
+    if isinstance(value, (list, tuple)):
+        return [plain_copy(item) for item in value]
+    return value
+
+
+CHANGE_THEIR_ANSWER = {"_add_next_steps", "suggest_symbols", "suggest_paths"}
+# What the same Python code gives, where the rule has a plain statement; the
+# host's JSON writer refuses an items() that yields other than pairs, which a
+# loop unpacks, so the sizes are compared on values without one.
+UNPAIRED = {"Unpaired container", "Unpackable container"}
+REFERENCES = {
+    "without_null_fields": (plain_copy, True),
+    "step": (lambda tool, reason, **args: {"tool": tool, "args": args, "reason": reason}, True),
+    "_encoded_size": (compact_size, False), "_hint_size": (hint_size, False),
+    "_within_share": (lambda response, steps, keep: within_share(response, steps, keep), False),
+    "_deduplicated": (dedupe, False), "_hit_count": (hit_count, True),
+}
+
+
+def count(call, changes):
+    name, positional, keywords = call
+    event(name)
+    for kind in sorted(hard_kinds([positional, keywords])):
         event(kind)
     for how, _, _ in changes:
         event(f"the freshness collaborator: {how}")
 
 
-# CI runs this with many more examples (the "ci" profile, conftest.py).
-@settings(**SLOW)
-@given(hard_answers(), tools, arguments, blocks, edits)
+# Twice the profile's examples, many more in CI (the "ci" profile, conftest.py).
+@settings(max_examples=2 * settings().max_examples, **SLOW)
+@given(calls(), edits)
 # A lone surrogate in a text and in a two-byte key, and an int too long to
 # write, where a walk could pass over them; and a lone surrogate in the
 # request, which the steps are measured from.
-@example({"fqn": "a.b", "total_count": 40, "rows": [{"doc": "ab\udc00"}]}, ["symbol", "callers"], None, None, [])
-@example({"fqn": "a.b", "x": {"\udc00": 1}}, ["symbol", "callers"], None, None, [])
-@example({"fqn": "a.b", "total_count": 40, "rows": [{"n": LONG_INT}]}, ["symbol", "callers"], None, None, [])
-@example({"total_count": 40}, ["symbol", "detail"], {"fqn": "a.\udc00"}, None, [])
-def test_both_modes_finish_an_answer_alike(modes, answer, tool, arguments, block, changes):
-    count(answer, changes)
+@example(("finish_answer", [{"fqn": "a.b", "total_count": 40, "rows": [{"doc": "ab\udc00"}]}, "symbol"],
+          {"action": "callers"}), [])
+@example(("finish_answer", [{"fqn": "a.b", "x": {"\udc00": 1}}, "symbol"], {"action": "callers"}), [])
+@example(("finish_answer", [{"fqn": "a.b", "total_count": 40, "rows": [{"n": LONG_INT}]}, "symbol"],
+          {"action": "callers"}), [])
+@example(("finish_answer", [{"total_count": 40}, "symbol"], {"action": "detail", "arguments": {"fqn": "a.\udc00"}}),
+         [])
+def test_both_modes_and_the_host_give_every_function_alike(modes, call, changes):
+    """Each function called directly, on values of every hard kind: the two
+    modes give the same results, errors and collaborator calls, and both
+    give what the plain statement of the rule gives where there is one."""
+    count(call, changes)
+    name, positional, keywords = call
     results = {}
-    for name, module in modes.items():
-        calls = collaborators(module, changes)
-        given = rebuilt(answer)
-        got = outcome(lambda: module.finish_answer(given, tool[0], action=tool[1], arguments=rebuilt(arguments),
-                                                   freshness=block))
-        results[name] = (got, calls)
+    for mode, module in modes.items():
+        calls_made = collaborators(module, changes)
+        given = rebuilt([positional, keywords])
+        results[mode] = (outcome(lambda: getattr(module, name)(*given[0], **given[1])), calls_made)
+        assert name in CHANGE_THEIR_ANSWER or same(given, [positional, keywords]), "the arguments are left as given"
     assert same(results["shortcuts"], results["plain"])
+    reference, odd_items_too = REFERENCES.get(name, (None, False))
+    if reference and (odd_items_too or not UNPAIRED & hard_kinds([positional, keywords])):
+        given = rebuilt([positional, keywords])
+        assert same(results["plain"][0], outcome(lambda: reference(*given[0], **given[1])))
 
 
-FUNCTIONS = ["_add_next_steps", "_encoded_size", "_hint_size", "without_null_fields"]
-
-
-@settings(**SLOW)
-@given(hard_answers() | hard_values, tools, arguments, st.sampled_from(FUNCTIONS))
-def test_both_modes_give_each_part_alike(modes, answer, tool, arguments, function):
-    count(answer, [])
-    results = {}
-    for name, module in modes.items():
-        calls = collaborators(module, [])
-        given = rebuilt(answer)
-        if function == "_add_next_steps":
-            call = lambda: module._add_next_steps(given, tool[0], action=tool[1], arguments=rebuilt(arguments))  # noqa: E731
-        else:
-            call = lambda: getattr(module, function)(given)  # noqa: E731
-        results[name] = (outcome(call), calls)
-    assert same(results["shortcuts"], results["plain"])
-
-
-def test_the_strategies_draw_every_hard_value():
-    """Counted over a fixed run, so that a change of the strategies that
-    stops drawing one is seen."""
-    seen = set()
-
-    @settings(max_examples=300, derandomize=True, database=None, **SLOW)
-    @given(hard_answers(), edits)
-    def draw(answer, changes):
-        seen.update(hard_kinds(answer))
-        seen.update(how for how, _, _ in changes)
-
-    draw()
-    wanted = {"lone surrogate in a text", "lone surrogate in a key", "int past the digit limit",
-              "int past a double's range", "str subclass", "int subclass", "dict subclass", "value whose str() fails",
-              "tuple", "hint field below the top", *EDITS}
-    assert wanted <= seen, wanted - seen
+@pytest.mark.parametrize("kind", sorted(PLANTS))
+def test_each_planted_value_is_of_its_kind(kind):
+    find(PLANTS[kind], lambda value: kind in hard_kinds(value), settings=settings(database=None))

@@ -7,6 +7,8 @@ is read directly, the other through its lookups, and both must agree.
 import types
 
 import pytest
+from conftest import outcome
+from strategies import Aliased
 from velquorn.tool_handlers.next_steps import NEXT_STEPS
 
 TEN = [f"f{i}.py" for i in range(10)]
@@ -38,40 +40,10 @@ def test_tests_scope(ns, answer, arguments, scope):
     "answer, count",
     [({}, None), ({"symbols": [], "files": ["a", "b"]}, 0), ({"total_count": "7", "total": 3}, 3),
      ({"total_count": 2.0, "results": [1]}, 1), ({"total_count": 10**30}, 10**30),
-     ({"symbols": ("a",), "results": [1, 2]}, 2)],
+     ({"symbols": ("a",), "results": [1, 2]}, 2), (Aliased(total=4, results=[]), 4)],
 )
 def test_hit_count(ns, answer, count):
     assert ns._hit_count(answer) == ns._hit_count(RO(answer)) == count
-
-
-class Aliased(dict):
-    # Its lookups, not its storage, say what it holds.
-
-    def get(self, key, default=None):
-        return super().get("count" if key == "total_count" else key, default)
-
-
-def test_dict_subclasses_are_read_through_their_lookups(ns):
-    assert ns._hit_count(Aliased(count=4, results=[])) == 4
-    assert ns._signals(Aliased(count=0), "search", "code", Aliased(query="q"))[0]["args"]["query"] == "q"
-
-
-@pytest.mark.parametrize(
-    "signal, known, tool",  # the steps themselves are in test_signals
-    [
-        ("_blast_radius", {"hits": 12, "fqn": "m.f", "what": "callers"}, "quality"),
-        # A signal reads no field past the first test that fails.
-        ("_blast_radius", {"hits": 7}, None),
-        ("_search_by_meaning", {"hits": 0, "query": ""}, None),
-        ("_ask_explore", {"hits": 0, "query": "q"}, "explore"),
-        ("_untested", {"hits": 1}, None),
-    ],
-)
-def test_signal_functions_read_what_is_known_a_field_at_a_time(ns, signal, known, tool):
-    made = getattr(ns, signal)(known)
-    assert made == getattr(ns, signal)(RO(known)) and (made and made["tool"]) == tool
-    with pytest.raises(KeyError, match="hits"):
-        getattr(ns, signal)({})
 
 
 def hit(fqn, kind="function"):
@@ -166,40 +138,59 @@ def test_each_row_of_next_steps_makes_its_steps(ns, code_kinds, key):
 MEANING, UNTESTED = "No hits: search by meaning", "No test covers it: tests for a change of it"
 
 
+class Untouchable(dict):
+    get = __getitem__ = None  # any lookup fails
+
+
 @pytest.mark.parametrize(
-    "tool, action, answer, arguments, steps",
+    "function, args, steps",
     [
-        ("search", "code", {"total_count": 0}, {"query": "q"}, [step("search", "semantic", MEANING, query="q")]),
-        ("search", "symbols", {"symbols": [], "query": "Foo"}, {}, [step("search", "semantic", MEANING, query="Foo")]),
-        ("search", "symbols", {"total_count": 0}, {"query": ""}, []),
-        ("search", "semantic", {"results": []}, {"query": "how"},
+        ("_signals", ("search", "code", {"total_count": 0}, {"query": "q"}), [step("search", "semantic", MEANING, query="q")]),
+        ("_signals", ("search", "symbols", {"symbols": [], "query": "Foo"}, {}),
+         [step("search", "semantic", MEANING, query="Foo")]),
+        ("_signals", ("search", "symbols", {"total_count": 0}, {"query": ""}), []),
+        ("_signals", ("search", "semantic", {"results": []}, {"query": "how"}),
          [step("explore", None, "No close match: ask explore", query="how")]),
-        ("symbol", "callers", {"total_count": 8}, {"fqn": "f"},
+        ("_signals", ("symbol", "callers", {"total_count": 8}, {"fqn": "f"}),
          [step("quality", "impact", "8 callers: check the blast radius", fqn="f")]),
-        ("symbol", "callers", {"total_count": 7}, {"fqn": "f"}, []),
-        ("symbol", "references", {"total": 30, "fqn": "a.b.C"}, {"fqn": ""},
+        ("_signals", ("symbol", "callers", {"total_count": 7}, {"fqn": "f"}), []),
+        ("_signals", ("symbol", "references", {"total": 30, "fqn": "a.b.C"}, {"fqn": ""}),
          [step("quality", "impact", "30 references: check the blast radius", fqn="a.b.C")]),
         # Counts past one digit of the int's storage.
-        ("symbol", "callers", {"total_count": 2**30}, {"fqn": "f"},
+        ("_signals", ("symbol", "callers", {"total_count": 2**30}, {"fqn": "f"}),
          [step("quality", "impact", "1073741824 callers: check the blast radius", fqn="f")]),
-        ("symbol", "callers", {"total_count": 10**20}, {"fqn": "f"},
+        ("_signals", ("symbol", "callers", {"total_count": 10**20}, {"fqn": "f"}),
          [step("quality", "impact", "100000000000000000000 callers: check the blast radius", fqn="f")]),
-        ("tests", "for_file", {"tests": []}, {"path": ""}, [step("tests", "recommended", UNTESTED, changed_files=[""])]),
-        ("tests", "for_file", {"tests": [], "path": "a.py"}, {"path": 5}, []),
-        ("tests", "for_file", {"tests": ["t.py"]}, {"path": "a.py"}, []),
+        ("_signals", ("tests", "for_file", {"tests": []}, {"path": ""}),
+         [step("tests", "recommended", UNTESTED, changed_files=[""])]),
+        ("_signals", ("tests", "for_file", {"tests": [], "path": "a.py"}, {"path": 5}), []),
+        ("_signals", ("tests", "for_file", {"tests": ["t.py"]}, {"path": "a.py"}), []),
+        # Answers and requests are read through their lookups, and not at all without a row.
+        ("_signals", ("search", "code", Aliased(total=0), Aliased(fqn="q")), [step("search", "semantic", MEANING, query="q")]),
+        ("_signals", ("search", None, Untouchable(), Untouchable()), []),
+        ("_signals", ("symbol", "detail", {}, None), []),
+        ("_signals", ("search", "code", {"total_count": 0}, None), AttributeError),
+        # The signal functions read what is known a field at a time, none past the first test that fails.
+        ("_blast_radius", ({"hits": 12, "fqn": "m.f", "what": "callers"},),
+         step("quality", "impact", "12 callers: check the blast radius", fqn="m.f")),
+        ("_blast_radius", ({"hits": 7},), None),
+        ("_search_by_meaning", ({"hits": 0, "query": ""},), None),
+        ("_ask_explore", ({"hits": 0, "query": "q"},), step("explore", None, "No close match: ask explore", query="q")),
+        ("_untested", ({"hits": 1},), None),
+        ("_untested", ({},), KeyError),
     ],
 )
-def test_signals(ns, tool, action, answer, arguments, steps):
-    made = ns._signals(answer, tool, action, RO(arguments))
-    assert made == steps
-    assert [list(one["args"]) for one in made] == [list(one["args"]) for one in steps]
-
-
-def test_signals_read_nothing_without_a_row(ns):
-    class Untouchable(dict):
-        get = __getitem__ = None  # any lookup fails
-
-    assert ns._signals(Untouchable(), "search", None, Untouchable()) == []
-    assert ns._signals({}, "symbol", "detail", None) == []
-    with pytest.raises(AttributeError):
-        ns._signals({"total_count": 0}, "search", "code", None)
+def test_signals(ns, function, args, steps):
+    if function == "_signals":
+        tool, action, answer, arguments = args
+        args = (answer, tool, action, RO(arguments) if type(arguments) is dict else arguments)
+    else:
+        args = (RO(args[0]),)
+    made = outcome(getattr(ns, function), *args)
+    if isinstance(steps, type):
+        assert made[0] is steps
+    else:
+        assert made == ("value", steps)
+        orders = [[list(one["args"]) for one in (made if isinstance(made, list) else [made] * bool(made))]
+                  for made in (made[1], steps)]
+        assert orders[0] == orders[1]
