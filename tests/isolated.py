@@ -1,8 +1,9 @@
 """Isolated interpreters for the tests, and the work they are given.
 
-Python 3.12 and 3.13 name their low-level interpreters module differently,
-and ask for an interpreter with a GIL of its own each in their own way:
-`create`, `run` and `destroy` hide that.  The rest is what every interpreter
+From 3.14 on, the public `concurrent.interpreters` makes them; 3.12 and
+3.13 have only their low-level modules, named differently, which ask for an
+interpreter with a GIL of its own each in their own way: `create`, `run`
+and `destroy` hide that.  The rest is what every interpreter
 (the main one too) does with the module: finish the same answers, with its
 own functions and collaborators or with those that interpreter rebound.
 Each interpreter imports this file anew, so nothing in it is shared.
@@ -14,9 +15,13 @@ import time
 from pathlib import Path
 
 try:
-    import _interpreters as _low  # 3.13
+    from concurrent import interpreters as _public  # 3.14
 except ImportError:
-    import _xxsubinterpreters as _low  # 3.12
+    _public = None
+    try:
+        import _interpreters as _low  # 3.13
+    except ImportError:
+        import _xxsubinterpreters as _low  # 3.12
 
 BENCH = Path(__file__).resolve().parents[1] / "bench"
 if str(BENCH) not in sys.path:
@@ -27,14 +32,22 @@ from corpus import KINDS, answer  # noqa: E402
 
 def create():
     """A new interpreter with its own GIL, modules and memory; it can import what this one can."""
-    interpreter = _low.create("isolated") if hasattr(_low, "new_config") else _low.create(isolated=True)
+    if _public:
+        interpreter = _public.create()
+    else:
+        interpreter = _low.create("isolated") if hasattr(_low, "new_config") else _low.create(isolated=True)
     run(interpreter, f"import sys; sys.path[:] = {json.dumps(sys.path)}")
     return interpreter
 
 
 def run(interpreter, code):
     """Runs code in the interpreter's __main__; a failure there is raised here, as a RuntimeError."""
-    if hasattr(_low, "exec"):
+    if _public:
+        try:
+            interpreter.exec(code)
+        except _public.ExecutionFailed as e:
+            raise RuntimeError(e.excinfo.errdisplay) from None
+    elif hasattr(_low, "exec"):
         failure = _low.exec(interpreter, code)
         if failure is not None:
             raise RuntimeError(failure.errdisplay)
@@ -45,7 +58,11 @@ def run(interpreter, code):
             raise RuntimeError(str(e)) from None
 
 
-destroy = _low.destroy
+def destroy(interpreter):
+    if _public:
+        interpreter.close()
+    else:
+        _low.destroy(interpreter)
 
 # Small answers (the steps fit the floor) and answers of 8 KB, whose quiet
 # fields the module watches while it finishes them.
