@@ -116,6 +116,30 @@ def test_usual_follow_ups(ns, code_kinds, tool, action, answer, arguments, steps
     assert len({id(one["args"]) for one in made}) == len(made), "steps never share their arguments"
 
 
+
+def test_the_hit_count_is_read_wherever_skipping_it_could_be_told(ns, monkeypatch):
+    # git diff's hints take nothing from the hits; still, an answer whose
+    # reading runs host code, or a hit count of the caller's own, sees it read.
+    read = []
+
+    class Measured(list):
+        def __len__(self):
+            read.append("len")
+            return super().__len__()
+
+    class Counted(int):
+        def __int__(self):
+            read.append("int")
+            return 3
+
+    ns._usual({"files": Measured(["a.py"])}, "git", "diff", {})
+    ns._usual({"total_count": Counted(3)}, "git", "diff", {})
+    monkeypatch.setattr(ns, "_hit_count", read.append)
+    answer = {"files": ["a.py"]}
+    ns._usual(answer, "git", "diff", {})
+    assert read == ["len", "int", answer]
+
+
 # An answer from which every kind of argument can be taken.
 EVERYTHING = {"fqn": "pkg.f", "file": "pkg/f.py", "query": "q", "files": ["pkg/f.py"], "components": [{"name": "C"}]}
 
