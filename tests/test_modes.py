@@ -6,21 +6,40 @@ errors and the same calls to their collaborators, and what the plain Python
 of the rule gives where there is a plain statement of it."""
 
 import importlib
+import importlib.util
 import inspect
+import os
 import types
 import typing
+from unittest import mock
 
 import pytest
 from conftest import MODULE_NAME, outcome, own_functions
 from hypothesis import event, example, given, settings
 from hypothesis import strategies as st
-from modes import SHORTCUTS, fresh_module
 from reference import compact_size, dedupe, hint_size, hit_count, within_share
 from strategies import (LONG_INT, SLOW, Aliased, Count, Name, Reordered, Shuffled, Unpackable, Unpaired,
                         containers_in, hard_answers, hard_ints, hard_keys, hard_texts, hard_values, lone_texts, planted,
                         plants)
 from velquorn.models.symbol import is_code_symbol
 from velquorn.tool_handlers.freshness import add_freshness
+
+
+SHORTCUTS = "VELQUORN_NEXT_STEPS_SHORTCUTS"
+OWN = importlib.import_module(MODULE_NAME)
+
+
+def fresh_module(shortcuts=None):
+    """A new module object of the installed extension, made with this setting
+    (None: unset): each reads it when it is made, so that one process can
+    hold a module with every shortcut and one with none."""
+    found = importlib.util.spec_from_file_location(MODULE_NAME, OWN.__file__)
+    module = importlib.util.module_from_spec(found)
+    with mock.patch.dict(os.environ):
+        os.environ.pop(SHORTCUTS, None)
+        os.environ.update({} if shortcuts is None else {SHORTCUTS: shortcuts})
+        found.loader.exec_module(module)
+    return module
 
 
 @pytest.mark.parametrize("shortcuts", [None, "on", "off", "check_walk,made_step_sizes", ""])
@@ -41,9 +60,6 @@ def test_any_other_value_fails_the_import_naming_the_variable_and_its_values(sho
     with pytest.raises(ValueError) as failed:
         fresh_module(shortcuts)
     assert str(failed.value).startswith(f"{SHORTCUTS} must be {values}")
-
-
-OWN = importlib.import_module(MODULE_NAME)
 
 
 @pytest.fixture(scope="module")

@@ -64,12 +64,6 @@ def test_collaborators_are_the_sibling_modules_own_functions(ns):
     assert ns.logger is logging.getLogger(MODULE_NAME) and ns.TYPE_CHECKING is False
 
 
-def test_positional_parameters_may_be_named(ns):
-    assert ns._encoded_size(value=[]) == 2
-    assert ns._tests_scope(arguments={"path": "p"}, response={}) == {"changed_files": ["p"]}
-    assert ns._within_share(keep=1, steps=[], response={}) == []
-
-
 FUNCTIONS = sorted(own_functions())
 PARAMETERS = sorted({p for f in own_functions().values() for p in inspect.signature(f).parameters} | {"colour"})
 
@@ -122,6 +116,9 @@ CHANGES = [  # name, what it is bound to, what the finished answer then is
     ("_encoded_size", DELETED, NameError),
     ("step", lambda tool, reason, **args: {"tool": tool, "args": args, "reason": "mine"},
      lambda answer: [s["reason"] for s in answer["next_steps"]] == ["mine", "Every use of it"]),
+    # The budget measures the steps it is handed, lengthened by a rebound de-duplication.
+    ("_deduplicated", lambda steps: [steps[0], dict(steps[1], reason="r" * 1000)],
+     lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
 ]
 
 
