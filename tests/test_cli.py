@@ -10,6 +10,7 @@ from importlib import resources
 
 import pytest
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, compact_size
+from velquorn.tool_handlers.next_steps import finish_answer
 
 TERMINAL = "a terminal"
 SLOW_WRITER = "a pipe written to half a second late"
@@ -64,32 +65,27 @@ def test_the_budget_example_drops_its_last_step_by_the_floor_it_names(ns):
     assert hints + compact_size(kept) + STEPS_KEY_BYTES <= HINT_FLOOR_BYTES
 
 
-def test_finishes_an_answer_from_stdin_as_the_server_sends_it(ns):
-    done = run("--tool", "search", "--action", "code", "--freshness", '{"current": false}', stdin=json.dumps(ANSWER))
-    assert done.returncode == 0 and done.stderr == b""
-    assert done.stdout.decode("utf-8") == (
-        '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
-        '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n')
-
-
 @pytest.mark.parametrize(
     ("args", "stdin", "shows"),
     [
         ([], TERMINAL, "examples"),  # nothing to finish
         ([], SLOW_WRITER, "error"),  # an answer, however late, is never taken for no input
-        (["--tool", "search"], SLOW_WRITER, "answer"),
+        (["--tool", "search"], SLOW_WRITER, json.dumps(finish_answer(ANSWER, "search"), separators=(",", ":"),
+                                                       ensure_ascii=False) + "\n"),
+        # As the server sends it: compact, as UTF-8.
+        (["--tool", "search", "--action", "code", "--freshness", '{"current": false}'], json.dumps(ANSWER),
+         '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
+         '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n'),
     ],
 )
-def test_standard_input_that_is_not_a_terminal_is_the_answer(ns, args, stdin, shows):
+def test_standard_input_that_is_not_a_terminal_is_the_answer(args, stdin, shows):
     done = run(*args, stdin=stdin)
-    lines = done.stdout.decode().splitlines()
     if shows == "examples":
-        assert done.returncode == 0 and lines[0].startswith("# 1. ")
+        assert done.returncode == 0 and done.stdout.decode().startswith("# 1. ")
     elif shows == "error":
-        assert done.returncode == 2 and lines == [] and b"--tool is required" in done.stderr
+        assert done.returncode == 2 and done.stdout == b"" and b"--tool is required" in done.stderr
     else:
-        finished = ns.finish_answer(ANSWER, "search")
-        assert done.returncode == 0 and lines == [json.dumps(finished, separators=(",", ":"), ensure_ascii=False)]
+        assert done.returncode == 0 and done.stderr == b"" and done.stdout.decode("utf-8") == shows
 
 
 def test_explain_accounts_for_every_step_on_stderr(ns):

@@ -6,7 +6,7 @@ import types
 
 import pytest
 from conftest import MODULE_NAME
-from reference import HINT_FLOOR_BYTES, MAX_STEPS
+from reference import HINT_FLOOR_BYTES, MAX_STEPS, assembled
 
 
 def a_step(tool, reason="r", **args):
@@ -76,20 +76,15 @@ def test_own_steps_replace_assembled_ones(ns, monkeypatch, own, kept):
         assert answer["next_steps"] is not own
 
 
+# Argument order and reason do not make another call; signals come first and
+# are kept whatever their size.
 @pytest.mark.parametrize(
-    "signals, usual, expected, keep",
-    [
-        ([], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)], [a_step(f"u{n}") for n in range(MAX_STEPS)], 1),
-        # Argument order and reason do not make another call.
-        ([a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"), a_step("u")],
-         [a_step("q", "signal", action="impact", fqn="f"), a_step("u")], 1),
-        ([a_step("s1"), a_step("s2")], [a_step("u")], [a_step("s1"), a_step("s2"), a_step("u")][:MAX_STEPS],
-         min(2, MAX_STEPS)),
-        ([a_step("s")] * 5, [a_step("u")], [a_step("s"), a_step("u")], min(5, MAX_STEPS)),
-        ([], [], [], 1),
-    ],
+    "signals, usual",
+    [([], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)]), ([a_step("s1"), a_step("s2")], [a_step("u")]),
+     ([a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"), a_step("u")]),
+     ([a_step("s")] * 5, [a_step("u")]), ([], [])],
 )
-def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, usual, expected, keep):
+def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, usual):
     sources(monkeypatch, ns, signals, usual)
     budget = []
 
@@ -100,10 +95,10 @@ def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, u
     monkeypatch.setattr(ns, "_within_share", within_share)
     answer = {"found": True, "next_steps": None}
     ns._add_next_steps(answer, "t")
+    expected, keep = assembled(signals, usual)
     assert budget == [(True, {"found": True}, expected, keep)]
     assert answer.get("next_steps") == (expected or None)
-    if signals:
-        assert answer["next_steps"][0] is signals[0]
+    assert not signals or answer["next_steps"][0] is signals[0]
 
 
 def symbol(fqn):
