@@ -9,7 +9,6 @@ import types
 import pytest
 from conftest import outcome
 from strategies import Aliased
-from velquorn.tool_handlers.next_steps import NEXT_STEPS
 
 TEN = [f"f{i}.py" for i in range(10)]
 RO = types.MappingProxyType
@@ -143,24 +142,3 @@ def test_fqn_search_asks_the_symbol_model_in_hit_order_at_call_time(ns, code_kin
     assert code_kinds == [("module", None), (None, None)]
     monkeypatch.setattr(ns, "is_code_symbol", lambda kind, file: False)
     assert ns._usual(answer, "search", None, {}) == []
-
-
-# An answer from which every kind of argument can be taken.
-EVERYTHING = {"fqn": "pkg.f", "file": "pkg/f.py", "query": "q", "files": ["pkg/f.py"], "components": [{"name": "C"}]}
-
-
-@pytest.mark.parametrize("key", sorted(NEXT_STEPS))
-def test_each_row_of_next_steps_makes_its_steps(ns, code_kinds, key):
-    tool, _, action = key.partition(":")
-    wanted = []
-    for hint in NEXT_STEPS[key]:
-        if hint.takes == "changed_files":
-            taken = ns._tests_scope(EVERYTHING, {})
-        else:
-            taken = {hint.takes: ns._taken(EVERYTHING, hint.takes, {})} if hint.takes else {}
-        wanted.append(step(hint.tool, hint.action, hint.reason, **taken))
-    # Each hint of the row makes a step: a taken None or an empty scope would drop it.
-    assert ns._usual(EVERYTHING, tool, action or None, {}) == wanted
-    assert None not in [value for one in wanted for value in one["args"].values()]
-
-
