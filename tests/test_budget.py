@@ -19,14 +19,6 @@ def answer_of(total, hints):
     return answer
 
 
-def steps_of(total):
-    first = {"tool": "symbol", "args": {"fqn": "a"}, "reason": "first"}
-    last = {"tool": "file", "args": {}, "reason": ""}
-    last["reason"] = "r" * (total - size([first, last]))
-    assert size([first, last]) == total
-    return [first, last]
-
-
 def largest_added(answer_size, hints):
     """The most bytes that steps may add to an answer of this size and hint bytes."""
     added = max(HINT_FLOOR_BYTES - hints, int((HINT_SHARE * answer_size - hints) / (1 - HINT_SHARE)))
@@ -37,46 +29,46 @@ def largest_added(answer_size, hints):
     return added
 
 
-# Below this size of answer the floor decides, above it the share.
+# Below this size of answer the floor decides, above it the share: answers
+# at the edge, and a little past it.
 SHARE_FROM = math.ceil(HINT_FLOOR_BYTES / HINT_SHARE) - HINT_FLOOR_BYTES
+EDGES = [(SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100), (5 * SHARE_FROM, 0)]
+padded = st.builds(lambda hints, pad: {"tip": "t" * hints, "pad": "x" * pad}, st.integers(0, 200), st.integers(0, 20000))
 
 
-@pytest.mark.parametrize(
-    "total, hints",
-    [(SHARE_FROM // 4, 0), (SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100),
-     (2 * SHARE_FROM, 0), (2 * SHARE_FROM, 100), (5 * SHARE_FROM, 0), (10 * SHARE_FROM, 0)],
-)
-def test_largest_step_list_that_fits(ns, total, hints):
-    answer = answer_of(total, hints)
-    largest = largest_added(total, hints) - STEPS_KEY_BYTES
-    fitting, too_big = steps_of(largest), steps_of(largest + 1)
-    assert ns._within_share(answer, fitting, keep=1) is fitting
-    trimmed = ns._within_share(answer, too_big, keep=1)
-    assert trimmed == too_big[:1] and trimmed[0] is too_big[0]
-    assert len(too_big) == 2, "the given list is not changed"
-    # The same lists leading a longer one: each length is measured as sent.
-    extra = {"tool": "t", "args": {}, "reason": "x" * 4000}
-    assert ns._within_share(answer, [*fitting, extra], keep=1) == fitting
-    assert ns._within_share(answer, [*too_big, extra], keep=1) == too_big[:1]
+def at_the_edges(test):
+    for total, hints in EDGES:
+        for led in (False, True):
+            test = example(answer_of(total, hints), led)(test)
+    return test
 
 
 @settings(max_examples=examples(2000), **SLOW)
-@given(hard_values)
-def test_sizes_and_room_are_the_writer_s(ns, answer):
+@given(hard_values | padded, st.booleans())
+@at_the_edges
+def test_sizes_and_room_are_the_writer_s(ns, answer, led):
     # The writer makes the whole text before encoding it, so any other failure
     # wins over a lone surrogate, and the surrogate's position is in the text.
     assert outcome(ns._encoded_size, answer) == outcome(size, answer)
     assert outcome(ns._hint_size, answer) == outcome(hint_size, answer)
-    # A one-item list whose text takes the largest room left fits; one byte more does not.
     measured = outcome(lambda: (size(answer), hint_size(answer)))
     if measured[0] != "value":
         assert outcome(lambda: ns._within_share(answer, [], keep=0)) == measured
         return
-    room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([""])
+    # Steps (led by one kept whatever its size, or not) whose last text takes
+    # the largest room left fit; one byte more do not, and a longer step after
+    # them goes: each length is measured as sent.
+    first = [{"tool": "symbol", "args": {"fqn": "a"}, "reason": "first"}][:led]
+    last = lambda n: {"tool": "file", "args": {}, "reason": "r" * n}  # noqa: E731
+    room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([*first, last(0)])
     assume(room >= 0)
-    fitting, too_big = ["s" * room], ["s" * (room + 1)]
-    assert ns._within_share(answer, fitting, keep=0) is fitting
-    assert ns._within_share(answer, too_big, keep=0) == []
+    fitting, too_big, extra = [*first, last(room)], [*first, last(room + 1)], last(4000)
+    assert ns._within_share(answer, fitting, keep=int(led)) is fitting
+    assert ns._within_share(answer, [*fitting, extra], keep=int(led)) == fitting
+    for steps in (too_big, [*too_big, extra]):
+        trimmed = ns._within_share(answer, steps, keep=int(led))
+        assert trimmed == first and all(a is b for a, b in zip(trimmed, first))
+    assert len(too_big) == 1 + led, "the given list is not changed"
 
 
 class Counted:
