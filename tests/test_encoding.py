@@ -10,7 +10,7 @@ import pytest
 from conftest import examples, outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
-from reference import compact_size, dedupe
+from reference import compact_size, dedupe, hint_size, plain_copy
 from strategies import SLOW, Answer, NoText, Rows, Text
 
 
@@ -19,24 +19,32 @@ class Masked(dict):
         return [(key, value) for key, value in super().items() if not key.startswith("_")]
 
 
+class Broken(dict):
+    def items(self):
+        raise RuntimeError("entries unreadable")
+
+
 circle, circular_dict = ["x"], {"rows": []}
 circle.append(circle)
 deep_circle = functools.reduce(lambda inner, _: [inner], range(40), circle)
 circular_dict["rows"].append({"up": circular_dict})
-# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items().
+# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items() or unreadable.
 ODD_VALUES = {
     "circular-list": circle,
     "circular-dict": circular_dict,
     "circular-deep-down": deep_circle,
     "same-list-twice-is-no-circle": [["x"]] * 2,
-    "too-deep": functools.reduce(lambda inner, _: [inner], range(100_000), []),
-    "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50}),
+    "too-deep": functools.reduce(lambda inner, _: {"a": [inner]}, range(100_000), []),
+    "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50, "tip": None}),
+    "items-that-fail": {"rows": [Broken(a=1)]},
 }
 
 
 @pytest.mark.parametrize("value", ODD_VALUES.values(), ids=ODD_VALUES.keys())
-def test_odd_values_match_the_writer(ns, value):
-    assert outcome(ns._encoded_size, value) == outcome(compact_size, value)
+@pytest.mark.parametrize("walk, plain", [("_encoded_size", compact_size), ("_hint_size", hint_size),
+                                         ("without_null_fields", plain_copy)])
+def test_odd_values_are_walked_as_the_plain_rule_walks_them(ns, walk, plain, value):
+    assert outcome(getattr(ns, walk), value) == outcome(plain, value)
 
 
 class DepthProbe:

@@ -17,7 +17,7 @@ import pytest
 from conftest import MODULE_NAME, outcome, own_functions
 from hypothesis import event, example, given, settings
 from hypothesis import strategies as st
-from reference import compact_size, dedupe, hint_size, hit_count, within_share
+from reference import compact_size, dedupe, hint_size, hit_count, plain_copy, within_share
 from strategies import (LONG_INT, SLOW, Aliased, Count, Name, Reordered, Shuffled, Unpackable, Unpaired,
                         containers_in, hard_answers, hard_ints, hard_keys, hard_texts, hard_values, lone_texts, planted,
                         plants)
@@ -196,14 +196,6 @@ def calls(draw):
         else:
             positional.append(value)
     return name, positional, keywords
-
-
-def plain_copy(value):
-    if isinstance(value, dict):
-        return {key: plain_copy(item) for key, item in value.items() if item is not None}
-    if isinstance(value, (list, tuple)):
-        return [plain_copy(item) for item in value]
-    return value
 
 
 CHANGE_THEIR_ANSWER = {"_add_next_steps", "suggest_symbols", "suggest_paths"}
