@@ -1,6 +1,7 @@
-"""Finishing answers, assembling their steps, and did-you-mean answers to misses."""
+"""Finishing answers, assembling their steps, did-you-mean answers to misses, and the step and hint records."""
 
 import copy
+import dataclasses
 import logging
 import types
 
@@ -13,16 +14,26 @@ def a_step(tool, reason="r", **args):
     return {"tool": tool, "args": args, "reason": reason}
 
 
-def test_finish_answer_copies_without_nulls(ns, monkeypatch, code_kinds):
-    freshness_calls, other = [], {1, 2}
+def test_the_copy_shares_the_leaves_and_makes_the_containers_anew(ns, monkeypatch, code_kinds):
+    freshness_calls, other, proxy, text, big = [], {1, 2}, types.MappingProxyType({"a": None}), "shared text", 10**40
     monkeypatch.setattr(ns, "add_freshness", lambda answer, block: freshness_calls.append((answer, block)))
-    answer = {"found": True, "note": None, "rows": [{"fqn": "a", "doc": None}], "pair": ("x", None), "o": other}
+    answer = {"found": True, "note": None, "rows": [{"o": other, "m": proxy, "s": text, "n": big, "doc": None}],
+              "pair": (text, None)}
+    snapshot = repr(answer)
     finished = ns.finish_answer(answer, "nope")
-    assert finished == {"found": True, "rows": [{"fqn": "a"}], "pair": ["x", None], "o": other}
-    assert finished["o"] is other and answer["note"] is None and answer["rows"][0]["doc"] is None
-    assert freshness_calls == [(finished, None)]
-    monkeypatch.setattr(ns, "without_null_fields", lambda value: {"copied": value})  # a rebound copy is called
-    assert ns.finish_answer(answer, "nope") == {"copied": answer}
+    assert finished == {"found": True, "rows": [{"o": other, "m": proxy, "s": text, "n": big}], "pair": [text, None]}
+    row = finished["rows"][0]
+    assert row["o"] is other and row["m"] is proxy and row["s"] is text and row["n"] is big
+    assert freshness_calls == [(finished, None)] and ns.without_null_fields(proxy) is proxy
+    finished["rows"].append("new")
+    row["added"] = 1
+    finished["pair"].append(2)
+    assert repr(answer) == snapshot
+    # A rebound copy is called, for the answer and for every value inside it.
+    own, called = ns.without_null_fields, []
+    monkeypatch.setattr(ns, "without_null_fields", lambda value: called.append(value) or own(value))
+    ns.finish_answer({"a": 1, "b": ["x", None]}, "nope")
+    assert called == [{"a": 1, "b": ["x", None]}, 1, ["x", None], "x", None]
 
 
 def stale(answer, block):
@@ -180,3 +191,19 @@ def test_failed_lookup_is_logged_and_counts_as_nothing_near(ns, lookups, caplog,
     with pytest.raises(KeyboardInterrupt):
         getattr(ns, function)(answer, REPO, "x", "detail")
     assert answer == {"found": True}
+
+
+def test_steps_are_new_records(ns):
+    first, second = ns.step("t", "r"), ns.step(tool="t", reason="r")
+    assert first == second == {"tool": "t", "args": {}, "reason": "r"}
+    assert first is not second and first["args"] is not second["args"]
+
+
+def test_hint_is_a_frozen_record(ns):
+    Hint = ns.Hint
+    assert dataclasses.is_dataclass(Hint) and Hint.__module__ == ns.__name__
+    assert [f.name for f in dataclasses.fields(Hint)] == ["tool", "reason", "action", "takes"]
+    full, same = Hint("symbol", "why", "detail", "fqn"), Hint(tool="symbol", reason="why", action="detail", takes="fqn")
+    assert full == same and hash(full) == hash(same) and (Hint("t", "r").action, Hint("t", "r").takes) == (None, None)
+    with pytest.raises(dataclasses.FrozenInstanceError):
+        full.tool = "file"
