@@ -8,7 +8,7 @@ from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
-from strategies import HUGE_INT, SLOW, Answer, hard_values, plain_hard_values
+from strategies import HUGE_INT, SLOW, Answer, Shuffled, hard_values, plain_hard_values
 
 
 def answer_of(total, hints):
@@ -109,8 +109,8 @@ class Keep(int):
         return 0 < n
 
 
-class Measured(list):
-    """Steps whose length is host code."""
+class Measured(Shuffled):
+    """Steps whose length and cut are host code, and not their storage's."""
 
     calls = 0
 
@@ -134,7 +134,7 @@ def growing_answer():
 
 
 def steps_of_their_own_length():
-    steps = Measured(["s" * HINT_FLOOR_BYTES, "t"])
+    steps = Measured([{"tool": "t", "args": {}, "reason": "r"}, "s" * HINT_FLOOR_BYTES, "t"])
     return {}, steps, 0, steps
 
 
