@@ -8,6 +8,7 @@ import types
 import pytest
 from conftest import MODULE_NAME
 from reference import HINT_FLOOR_BYTES, MAX_STEPS, assembled
+from reference import within_share as reference_within_share
 
 
 def a_step(tool, reason="r", **args):
@@ -66,50 +67,37 @@ def sources(monkeypatch, ns, signals, usual):
     return calls
 
 
-@pytest.mark.parametrize(
-    "own, kept",
-    [
-        (None, None),
-        ([], None),
-        ((a_step("x"),), [a_step("x")]),
-        ([a_step("x")] * 5, [a_step("x")] * 5),
-        ([a_step("big", "r" * HINT_FLOOR_BYTES), a_step("x")], [a_step("big", "r" * HINT_FLOOR_BYTES)]),
-    ],
-)
-def test_own_steps_replace_assembled_ones(ns, monkeypatch, own, kept):
-    calls = sources(monkeypatch, ns, [], [])
-    answer = {"a": 1, "next_steps": own, "b": 2}
-    assert ns._add_next_steps(answer, "search", action="code") is answer
-    if kept is None:
-        assert list(answer) == ["a", "b"] and [call[0] for call in calls] == ["signals", "usual"]
-    else:
-        assert list(answer) == ["a", "b", "next_steps"] and answer["next_steps"] == kept and not calls
-        assert answer["next_steps"] is not own
+# The tool's own steps (when truthy) are kept as a new list, led by one kept
+# whatever its size; else the signals come first, repeats (argument order
+# and reason do not make another call) and steps past the cap go, and the
+# signals are kept whatever their size.
+BIG = a_step("big", "r" * HINT_FLOOR_BYTES)
 
 
-# Argument order and reason do not make another call; signals come first and
-# are kept whatever their size.
 @pytest.mark.parametrize(
-    "signals, usual",
-    [([], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)]), ([a_step("s1"), a_step("s2")], [a_step("u")]),
-     ([a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"), a_step("u")]),
-     ([a_step("s")] * 5, [a_step("u")]), ([], [])],
+    "own, signals, usual",
+    [(None, [], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)]), ([], [a_step("s1"), a_step("s2")], [a_step("u")]),
+     ((a_step("x"),), [a_step("s")], []), ([a_step("x")] * 5, [], []), ([BIG, a_step("x")], [], []),
+     (None, [a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"),
+                                                                a_step("u")]),
+     (None, [a_step("s")] * 5, [a_step("u")]), (None, [BIG], [a_step("u")]), (None, [], [])],
 )
-def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, usual):
-    sources(monkeypatch, ns, signals, usual)
-    budget = []
+def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch, own, signals, usual):
+    calls, budget, own_budget = sources(monkeypatch, ns, signals, usual), [], ns._within_share
 
     def within_share(response, steps, *, keep):
         budget.append((response is answer, dict(response), list(steps), keep))
-        return steps
+        return own_budget(response, steps, keep=keep)
 
     monkeypatch.setattr(ns, "_within_share", within_share)
-    answer = {"found": True, "next_steps": None}
-    ns._add_next_steps(answer, "t")
-    expected, keep = assembled(signals, usual)
-    assert budget == [(True, {"found": True}, expected, keep)]
-    assert answer.get("next_steps") == (expected or None)
-    assert not signals or answer["next_steps"][0] is signals[0]
+    answer = {"a": 1, "next_steps": own, "b": 2}
+    assert ns._add_next_steps(answer, "search", action="code") is answer
+    steps, keep = (list(own), 1) if own else assembled(signals, usual)
+    assert budget == [(True, {"a": 1, "b": 2}, steps, keep)]
+    assert [call[0] for call in calls] == ([] if own else ["signals", "usual"])
+    kept = reference_within_share({"a": 1, "b": 2}, steps, keep)
+    assert answer.get("next_steps") == (kept or None) and list(answer)[:2] == ["a", "b"]
+    assert answer["next_steps"] is not own if own else not signals or answer["next_steps"][0] is signals[0]
 
 
 def symbol(fqn):
