@@ -10,7 +10,6 @@ from importlib import resources
 
 import pytest
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, compact_size
-from velquorn.tool_handlers.next_steps import finish_answer
 
 TERMINAL = "a terminal"
 SLOW_WRITER = "a pipe written to half a second late"
@@ -66,15 +65,16 @@ def test_examples_cover_each_source_of_steps(ns):
     [
         ([], TERMINAL, "examples"),  # nothing to finish
         ([], SLOW_WRITER, "error"),  # an answer, however late, is never taken for no input
-        (["--tool", "search"], SLOW_WRITER, json.dumps(finish_answer(ANSWER, "search"), separators=(",", ":"),
-                                                       ensure_ascii=False) + "\n"),
+        (["--tool", "search"], SLOW_WRITER, "finished"),
         # As the server sends it: compact, as UTF-8.
         (["--tool", "search", "--action", "code", "--freshness", '{"current": false}'], json.dumps(ANSWER),
          '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
          '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n'),
     ],
 )
-def test_standard_input_that_is_not_a_terminal_is_the_answer(args, stdin, shows):
+def test_standard_input_that_is_not_a_terminal_is_the_answer(ns, args, stdin, shows):
+    if shows == "finished":
+        shows = json.dumps(ns.finish_answer(ANSWER, "search"), separators=(",", ":"), ensure_ascii=False) + "\n"
     done = run(*args, stdin=stdin)
     if shows == "examples":
         assert done.returncode == 0 and done.stdout.decode().startswith("# 1. ")
