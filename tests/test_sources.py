@@ -142,3 +142,26 @@ def test_fqn_search_asks_the_symbol_model_in_hit_order_at_call_time(ns, code_kin
     assert code_kinds == [("module", None), (None, None)]
     monkeypatch.setattr(ns, "is_code_symbol", lambda kind, file: False)
     assert ns._usual(answer, "search", None, {}) == []
+
+
+def test_the_hit_count_is_read_wherever_skipping_it_could_be_told(ns, monkeypatch):
+    # git diff's hints take nothing from the hits; still, an answer whose
+    # reading runs host code, or a hit count of the caller's own, sees it read.
+    read = []
+
+    class Measured(list):
+        def __len__(self):
+            read.append("len")
+            return super().__len__()
+
+    class Counted(int):
+        def __int__(self):
+            read.append("int")
+            return 3
+
+    ns._usual({"files": Measured(["a.py"])}, "git", "diff", {})
+    ns._usual({"total_count": Counted(3)}, "git", "diff", {})
+    monkeypatch.setattr(ns, "_hit_count", read.append)
+    answer = {"files": ["a.py"]}
+    ns._usual(answer, "git", "diff", {})
+    assert read == ["len", "int", answer]

@@ -382,6 +382,21 @@ class HostModel {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
+  // An exact dict keyed by exact texts, holding no int (bool aside) or list
+  // of a subclass: looking a name up in it hashes and compares nothing but
+  // texts, and int() or len() of what it finds is the host's own, so reading
+  // it runs no host code and cannot fail.
+  bool reads_without_host_code(const Object& v) const {
+    if (!PyDict_CheckExact(v.get())) return false;
+    Py_ssize_t pos = 0;
+    PyObject *key, *value;
+    while (PyDict_Next(v.get(), &pos, &key, &value)) {
+      if (!PyUnicode_CheckExact(key)) return false;
+      if (PyLong_Check(value) && !PyLong_CheckExact(value) && !PyBool_Check(value)) return false;
+      if (PyList_Check(value) && !PyList_CheckExact(value)) return false;
+    }
+    return true;
+  }
   // An exact str without code points above U+FFFF: the call key writes
   // such a character as two surrogate escapes, as it writes those two code
   // points, so only without them are two texts written alike when equal.

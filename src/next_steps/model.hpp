@@ -91,6 +91,8 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // --- what a value is known to be
   { m.is_hint_key(v) } -> std::same_as<bool>;
   { m.walks_without_host_code(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
+  // A dict whose get() of a name, and int() or len() of what it holds, run no host code
+  { m.reads_without_host_code(v) } -> std::same_as<bool>;
   // A str of the exact type with no code point past U+FFFF: two such texts
   // are equal exactly when their call-key texts are.
   { m.is_exact_bmp_text(v) } -> std::same_as<bool>;

@@ -21,6 +21,7 @@ namespace next_steps {
   X(made_step_sizes, "the steps a call made measured from their fields, not walked (fast/made_step_sizes.hpp)")                 \
   X(constant_texts, "constant texts and their sizes kept by address (host_binding/fast/constant_texts.hpp)")                               \
   X(value_told_repeats, "repeated calls told by value, not by their key texts (fast/value_told_repeats.hpp)")          \
+  X(skipped_hit_count, "the hit count not worked out for a row that takes nothing from hits (fast/skipped_hit_count.hpp)") \
   X(namespace_cache, "the module's names kept until its namespace changes (host_binding/fast/namespace_cache.hpp)")
 
 enum class Shortcut : std::uint8_t {

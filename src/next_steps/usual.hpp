@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "next_steps/fast/skipped_hit_count.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 #include "next_steps/values.hpp"
@@ -100,6 +101,14 @@ std::string row_key(M& m, const typename M::Value& tool, const typename M::Value
   return m.key_text(tool) + ":" + m.key_text(action);
 }
 
+// Whether the answer says it has no hits, for a step that takes a value
+// from them.
+template <class M>
+bool no_hits(M& m, const Row& row, const typename M::Value& response) {
+  if (may_take_skipped_hit_count(m, row, response)) return skipped_hit_count();
+  return m.equals_int(m.template call<Fn::hit_count>(response), 0);
+}
+
 template <class M>
 typename M::Value usual(M& m, const typename M::Value& response, const typename M::Value& tool,
                         const typename M::Value& action, const typename M::Value& arguments) {
@@ -108,7 +117,7 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
   const Row* row = find_row(row_key(m, tool, action));
   if (!row) row = find_row(m.key_text(tool));
   if (!row) return steps;
-  const bool no_hits = m.equals_int(m.template call<Fn::hit_count>(response), 0);
+  const bool no_hits = next_steps::no_hits(m, *row, response);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
     V args = m.new_dict();

@@ -37,6 +37,23 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   return bytes + 2 + (entries ? entries - 1 : 0);
 }
 
+// Whether made_step_bytes measures a step of these fields, told without
+// counting them: a one-byte text holds no lone surrogate, so only a wider
+// one is scanned for one.
+template <class M>
+bool measurable_step(M& m, const typename M::Value& tool, const typename M::Value& reason,
+                     const typename M::Value& args) {
+  using V = typename M::Value;
+  auto text = [&](const V& v) {
+    bool surrogate = false;
+    return m.is_exact_bmp_text(v) && (m.str_width(v) == 1 || (m.token_bytes(v, surrogate), !surrogate));
+  };
+  if (!text(tool) || !text(reason) || m.kind(args) != Kind::dict || !m.walks_without_host_code(args)) return false;
+  bool texts = true;
+  m.lend_entries(args, [&](const V& k, const V& v) { return texts = text(k) && text(v); });
+  return texts;
+}
+
 // Whether the step list may be measured from its steps' fields: a plain
 // list (its items read without host code) of steps this call made and
 // still knows, each of which made_step_bytes can measure.
@@ -47,7 +64,7 @@ bool may_take_made_step_sizes(M& m, const typename M::Value& steps) {
   bool known = true;
   m.lend_items(steps, [&](const auto& step) {
     const auto* fields = m.made_steps().find(m.identity(step));
-    return known = fields && made_step_bytes(m, fields->tool, fields->reason, fields->args).has_value();
+    return known = fields && measurable_step(m, fields->tool, fields->reason, fields->args);
   });
   return known;
 }

@@ -39,19 +39,25 @@ struct Call {
 // with such a text as its tool and as args a dict of such texts and lists
 // of them (a file list), all walking without host code.  The key texts of
 // such calls are equal exactly when the calls are, and reading them runs no
-// host code.
+// host code.  A step this call made and still knows is such a dict, holding
+// the fields it was made of: it is not scanned for them.
 template <class M>
 std::optional<Call<M>> plain_call(M& m, const typename M::Value& step) {
   using V = typename M::Value;
   if (!plain(m, step, Kind::dict)) return std::nullopt;
   std::optional<V> tool, args;
   bool texts = true;
-  m.lend_entries(step, [&](const V& key, const V& value) {
-    texts = m.is_exact_bmp_text(key);
-    if (texts && m.str_equals(key, text_of(Name::tool))) tool = value;
-    if (texts && m.str_equals(key, text_of(Name::args))) args = value;
-    return texts;
-  });
+  if (const auto* made = m.made_steps().find(m.identity(step))) {
+    tool = made->tool;
+    args = made->args;
+  } else {
+    m.lend_entries(step, [&](const V& key, const V& value) {
+      texts = m.is_exact_bmp_text(key);
+      if (texts && m.str_equals(key, text_of(Name::tool))) tool = value;
+      if (texts && m.str_equals(key, text_of(Name::args))) args = value;
+      return texts;
+    });
+  }
   if (!texts || !tool || !args || !m.is_exact_bmp_text(*tool) || !plain(m, *args, Kind::dict)) return std::nullopt;
   std::size_t entries_hash_sum = 0;  // a sum, so that the order of the entries does not count
   m.lend_entries(*args, [&](const V& key, const V& value) {
