@@ -6,7 +6,7 @@ import logging
 import types
 
 import pytest
-from conftest import MODULE_NAME
+from conftest import MODULE_NAME, outcome
 from reference import HINT_FLOOR_BYTES, MAX_STEPS, assembled
 from reference import within_share as reference_within_share
 
@@ -98,6 +98,19 @@ def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch
     kept = reference_within_share({"a": 1, "b": 2}, steps, keep)
     assert answer.get("next_steps") == (kept or None) and list(answer)[:2] == ["a", "b"]
     assert answer["next_steps"] is not own if own else not signals or answer["next_steps"][0] is signals[0]
+
+
+class Popped(dict):
+    """An answer that hands over steps of its own when they are taken out."""
+
+    def pop(self, key, default=None):
+        return [a_step("own")] if key == "next_steps" else default
+
+
+@pytest.mark.parametrize("answer, steps", [(Popped(a=1), [a_step("own")]), (["next_steps"], TypeError)])
+def test_the_tool_s_steps_are_taken_out_by_the_answer_s_own_pop(ns, answer, steps):
+    made = outcome(lambda: ns._add_next_steps(answer, "search").get("next_steps"))
+    assert made[0] is steps if isinstance(steps, type) else made == ("value", steps)
 
 
 def symbol(fqn):
