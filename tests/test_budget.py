@@ -46,6 +46,7 @@ def at_the_edges(test):
 @settings(max_examples=examples(2000), **SLOW)
 @given(hard_values | padded, st.booleans())
 @at_the_edges
+@example({"tip": "\x7f\x80\u07ff\u0800\uffff\U00010000"}, False)  # each UTF-8 width's first and last
 def test_sizes_and_room_are_the_writer_s(ns, answer, led):
     # The writer makes the whole text before encoding it, so any other failure
     # wins over a lone surrogate, and the surrogate's position is in the text.
