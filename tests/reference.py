@@ -9,6 +9,15 @@ from velquorn.tool_handlers.next_steps import _HIT_LISTS, HINT_FLOOR_BYTES, HINT
 STEPS_KEY_BYTES = len(',"next_steps":')  # what the steps add to the answer besides their list
 
 
+def plain_copy(value):
+    """The value without its None fields, tuples made lists."""
+    if isinstance(value, dict):
+        return {key: plain_copy(item) for key, item in value.items() if item is not None}
+    if isinstance(value, (list, tuple)):
+        return [plain_copy(item) for item in value]
+    return value
+
+
 def compact_size(value):
     return len(json.dumps(value, separators=(",", ":"), ensure_ascii=False, default=str).encode())
 

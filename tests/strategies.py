@@ -165,18 +165,6 @@ SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
 
 Tip = type("Tip", (str,), {})
 
-# Values whose walk runs no host code: no subclass of a container, no other
-# value, but every failure that a plain value can hold.
-plain_values = st.recursive(
-    st.one_of(st.none(), st.booleans(), ints, floats, texts,
-              st.sampled_from(["\ud800", "a\udfffb"]), st.builds(lambda: {(1, 2): 3}), long_ints, long_ints.map(lambda n: {n: 1})),
-    lambda children: st.one_of(st.dictionaries(st.one_of(keys, keys, st.sampled_from(["tip", "note", "\udc00"])),
-                                               children, max_size=4),
-                               st.lists(children, max_size=4), st.lists(children, max_size=4).map(tuple)),
-    max_leaves=12,
-)
-
-
 # --- answers that carry every value a shortcut's guard exists for
 
 LONE = ["\ud800", "\udbff", "\udc00", "\udfff"]
@@ -224,17 +212,22 @@ def containers_in(value):
 
 
 @st.composite
-def planted(draw, hard, keys):
-    """A quiet field with a hard value put into one of its containers."""
-    field = draw(st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), quiet_values, min_size=1, max_size=3))
-    target = draw(st.sampled_from(containers_in(field)))
+def planted(draw, answer, hard, keys):
+    """The answer with a hard value put into one of its exact dicts or lists
+    (beside it, when it has none)."""
     value = draw(hard)
+    targets = [c for c in containers_in(answer) if type(c) in (dict, list)]
+    if not targets:
+        return [answer, value]
+    target = draw(st.sampled_from(targets))
     if isinstance(target, dict):
         target[draw(keys)] = value
     else:
         target.insert(draw(st.integers(0, len(target))), value)
-    return field
+    return answer
 
+
+quiet_fields = st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), quiet_values, min_size=1, max_size=3)
 
 # Hard values that run no host code: the walks that must not run any pass
 # over the rest of such an answer only when all of it is plain.
@@ -245,7 +238,8 @@ plain_hard_keys = st.one_of(st.text("abkxyz", min_size=1, max_size=3), lone_text
                             st.sampled_from([key for key in HINT_FIELDS if type(key) is str]))
 plain_hard_leaves = st.one_of(lone_texts, long_ints, st.sampled_from([WIDE_INT, -WIDE_INT, 2**1024]))
 plain_hard_values = st.recursive(
-    st.one_of(quiet_leaves, plain_hard_texts, plain_hard_ints, st.floats()),
+    st.one_of(quiet_leaves, plain_hard_texts, plain_hard_ints, st.floats(), st.builds(lambda: {(1, 2): 3}),
+              long_ints.map(lambda n: {n: 1})),
     lambda children: st.dictionaries(plain_hard_keys, children, max_size=3) | st.lists(children, max_size=3)
     | st.lists(children, max_size=3).map(tuple),
     max_leaves=8,
@@ -293,57 +287,10 @@ def hard_answers(draw):
     for field in draw(st.lists(st.sampled_from(sorted(fields)), unique=True, max_size=4)):
         answer[field] = draw(fields[field])
     for name in draw(st.lists(st.sampled_from(["rows", "stats", "more"]), unique=True, min_size=plain, max_size=3)):
-        answer[name] = draw(planted(plain_hard_leaves | values, keys) if plain
-                            else st.one_of(quiet_values, planted(values, keys), values))
+        quiet = draw(quiet_fields)
+        answer[name] = draw(planted(quiet, plain_hard_leaves | values, keys) if plain
+                            else st.one_of(st.just(quiet), planted(quiet, values, keys), values))
     return Answer(answer) if not plain and draw(st.integers(0, 9)) == 0 else answer
-
-
-def hard_kinds(value):
-    """The kinds of hard value that a value holds, for counting what the
-    strategies draw."""
-    kinds, stack, depth_of = set(), [(value, 0)], {}
-    while stack:
-        v, depth = stack.pop()
-        if isinstance(v, str):
-            if any(c in v for c in LONE):
-                kinds.add("lone surrogate in a text")
-            if type(v) is not str:
-                kinds.add("str subclass")
-        elif isinstance(v, bool):
-            continue
-        elif isinstance(v, float):
-            if 2**50 < abs(v) * 1e7 < 2**52:
-                kinds.add("float next to 2^51 after seven decimals")
-        elif isinstance(v, int):
-            if type(v) is not int:
-                kinds.add("int subclass")
-            if abs(v) >= LONG_INT // 10:
-                kinds.add("int past the digit limit")
-            elif abs(v) > 2**1024:
-                kinds.add("int past a double's range")
-            elif any(abs(abs(v) - edge) <= 2 for edge in WIDE_EDGES):
-                kinds.add("int next to an edge of a double's digits")
-        elif isinstance(v, (NoText, WrongText)):
-            kinds.add("value whose str() fails")
-        elif isinstance(v, tuple):
-            kinds.add("tuple")
-            stack.extend((item, depth + 1) for item in v)
-        elif isinstance(v, (dict, list)) and id(v) not in depth_of:
-            depth_of[id(v)] = depth
-            if type(v) in OWN_CONTAINERS:
-                kinds.add(f"{type(v).__name__} container")
-            if isinstance(v, dict):
-                if type(v) is not dict:
-                    kinds.add("dict subclass")
-                for key, item in dict.items(v):
-                    if isinstance(key, str) and any(c in key for c in LONE):
-                        kinds.add("lone surrogate in a key")
-                    if key in HINT_FIELDS and depth > 0:
-                        kinds.add("hint field below the top")
-                    stack.append((item, depth + 1))
-            else:
-                stack.extend((item, depth + 1) for item in list.__iter__(v))
-    return kinds
 
 
 # One value of each hard kind, planted into every answer that the mode
@@ -368,18 +315,3 @@ PLANTS = {
     "hint field below the top": hard_values.map(lambda value: [{"tip": value}]),
 }
 plants = st.sampled_from(sorted(PLANTS)).flatmap(lambda kind: PLANTS[kind])
-
-
-@st.composite
-def planted_anywhere(draw, answer):
-    """The answer with one hard value put into one of its containers."""
-    value = draw(plants)
-    targets = [c for c in containers_in(answer) if type(c) in (dict, list)]
-    if not targets:
-        return [answer, value]
-    target = draw(st.sampled_from(targets))
-    if isinstance(target, dict):
-        target[draw(hard_keys)] = value
-    else:
-        target.insert(draw(st.integers(0, len(target))), value)
-    return answer

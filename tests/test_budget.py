@@ -8,7 +8,7 @@ from hypothesis import assume, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size as size
 from reference import HINT_FLOOR_BYTES, HINT_SHARE, STEPS_KEY_BYTES, assembled, fits, hint_size, within_share
-from strategies import HUGE_INT, SLOW, Answer, hard_values, plain_values
+from strategies import HUGE_INT, SLOW, Answer, Shuffled, hard_values, plain_hard_values
 
 
 def answer_of(total, hints):
@@ -19,90 +19,57 @@ def answer_of(total, hints):
     return answer
 
 
-def steps_of(total):
-    first = {"tool": "symbol", "args": {"fqn": "a"}, "reason": "first"}
-    last = {"tool": "file", "args": {}, "reason": ""}
-    last["reason"] = "r" * (total - size([first, last]))
-    assert size([first, last]) == total
-    return [first, last]
-
-
-def largest_added(answer_size, hints, share=HINT_SHARE, floor=HINT_FLOOR_BYTES):
+def largest_added(answer_size, hints):
     """The most bytes that steps may add to an answer of this size and hint bytes."""
-    added = max(floor - hints, int((share * answer_size - hints) / (1 - share)))
-    while fits(answer_size, hints, added + 1, share, floor):
+    added = max(HINT_FLOOR_BYTES - hints, int((HINT_SHARE * answer_size - hints) / (1 - HINT_SHARE)))
+    while fits(answer_size, hints, added + 1):
         added += 1
-    while not fits(answer_size, hints, added, share, floor):
+    while not fits(answer_size, hints, added):
         added -= 1
     return added
 
 
-@pytest.mark.parametrize(
-    "total, hints, largest",
-    [(400, 0, 306), (1814, 0, 306), (1814, 100, 206), (2000, 0, 338), (4000, 100, 574), (20000, 0, 3515)],
-)
-def test_largest_step_lists_worked_out_by_hand(total, hints, largest):
-    # For a share of 15 % and a floor of 320 bytes: below 1814 bytes the
-    # floor decides, above it the share of the answer with its steps.
-    assert largest_added(total, hints, share=0.15, floor=320) - STEPS_KEY_BYTES == largest
-
-
-# Below this size of answer the floor decides, above it the share.
+# Below this size of answer the floor decides, above it the share: answers
+# at the edge, and a little past it.
 SHARE_FROM = math.ceil(HINT_FLOOR_BYTES / HINT_SHARE) - HINT_FLOOR_BYTES
+EDGES = [(SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100), (5 * SHARE_FROM, 0)]
+padded = st.builds(lambda hints, pad: {"tip": "t" * hints, "pad": "x" * pad}, st.integers(0, 200), st.integers(0, 20000))
 
 
-@pytest.mark.parametrize(
-    "total, hints",
-    [(SHARE_FROM // 4, 0), (SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100),
-     (2 * SHARE_FROM, 0), (2 * SHARE_FROM, 100), (5 * SHARE_FROM, 0), (10 * SHARE_FROM, 0)],
-)
-def test_largest_step_list_that_fits(ns, total, hints):
-    answer = answer_of(total, hints)
-    largest = largest_added(total, hints) - STEPS_KEY_BYTES
-    fitting, too_big = steps_of(largest), steps_of(largest + 1)
-    assert ns._within_share(answer, fitting, keep=1) is fitting
-    trimmed = ns._within_share(answer, too_big, keep=1)
-    assert trimmed == too_big[:1] and trimmed[0] is too_big[0]
-    assert len(too_big) == 2, "the given list is not changed"
-    # The same lists leading a longer one: each length is measured as sent.
-    extra = {"tool": "t", "args": {}, "reason": "x" * 4000}
-    assert ns._within_share(answer, [*fitting, extra], keep=1) == fitting
-    assert ns._within_share(answer, [*too_big, extra], keep=1) == too_big[:1]
+def at_the_edges(test):
+    for total, hints in EDGES:
+        for led in (False, True):
+            test = example(answer_of(total, hints), led)(test)
+    return test
 
 
-padding = st.integers(0, 3000)
-generated_steps = st.lists(
-    st.builds(lambda n, tool: {"tool": tool, "args": {"q": "é" * n}, "reason": "r"},
-              st.integers(0, 200), st.sampled_from(["search", "symbol"])),
-    max_size=5,
-)
-
-
-@settings(max_examples=examples(500), deadline=None)
-@given(padding, st.integers(0, HINT_FLOOR_BYTES + 80), generated_steps, st.integers(0, 4))
-def test_within_share_matches_a_plain_loop(ns, pad, note, steps, keep):
-    # Notes past the floor make the hints alone exceed the room for small answers.
-    answer = {"rows": [{"text": "x" * pad, "note": "n" * note}]}
-    kept = ns._within_share(answer, steps, keep=keep)
-    expected = within_share(answer, steps, keep)
-    assert kept == expected and all(a is b for a, b in zip(kept, expected))
-    assert (kept is steps) == (len(kept) == len(steps))
-
-
-@settings(max_examples=examples(1000), **SLOW)
-@given(hard_values)
-def test_room_comes_from_the_exact_size_and_hint_bytes(ns, answer):
+@settings(max_examples=examples(2000), **SLOW)
+@given(hard_values | padded, st.booleans())
+@at_the_edges
+@example({"tip": "\x7f\x80\u07ff\u0800\uffff\U00010000"}, False)  # each UTF-8 width's first and last
+def test_sizes_and_room_are_the_writer_s(ns, answer, led):
+    # The writer makes the whole text before encoding it, so any other failure
+    # wins over a lone surrogate, and the surrogate's position is in the text.
+    assert outcome(ns._encoded_size, answer) == outcome(size, answer)
     assert outcome(ns._hint_size, answer) == outcome(hint_size, answer)
-    # A one-item list whose text takes the largest room left fits; one byte more does not.
     measured = outcome(lambda: (size(answer), hint_size(answer)))
     if measured[0] != "value":
         assert outcome(lambda: ns._within_share(answer, [], keep=0)) == measured
         return
-    room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([""])
+    # Steps (led by one kept whatever its size, or not) whose last text takes
+    # the largest room left fit; one byte more do not, and a longer step after
+    # them goes: each length is measured as sent.
+    first = [{"tool": "symbol", "args": {"fqn": "a"}, "reason": "first"}][:led]
+    last = lambda n: {"tool": "file", "args": {}, "reason": "r" * n}  # noqa: E731
+    room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([*first, last(0)])
     assume(room >= 0)
-    fitting, too_big = ["s" * room], ["s" * (room + 1)]
-    assert ns._within_share(answer, fitting, keep=0) is fitting
-    assert ns._within_share(answer, too_big, keep=0) == []
+    fitting, too_big, extra = [*first, last(room)], [*first, last(room + 1)], last(4000)
+    assert ns._within_share(answer, fitting, keep=int(led)) is fitting
+    assert ns._within_share(answer, [*fitting, extra], keep=int(led)) == fitting
+    for steps in (too_big, [*too_big, extra]):
+        trimmed = ns._within_share(answer, steps, keep=int(led))
+        assert trimmed == first and all(a is b for a, b in zip(trimmed, first))
+    assert len(too_big) == 1 + led, "the given list is not changed"
 
 
 class Counted:
@@ -114,22 +81,6 @@ class Counted:
     def __str__(self):
         self.calls += 1
         return "x" * self.calls
-
-
-@pytest.mark.parametrize(
-    "place, calls",
-    [(lambda o: {"o": o, "rows": ({"tip": o},)}, 2), (lambda o: [{"o": o}], 1), (lambda o: {"rows": [{"note": [o]}]}, 2),
-     (lambda o: Answer(tip=o), 2)],
-)
-@pytest.mark.parametrize("assembling", [False, True])
-def test_text_forms_are_taken_by_each_walk_as_before(ns, place, calls, assembling):
-    # Measuring the answer writes it whole, then counts each hint field's value again.
-    value = Counted()
-    if assembling:  # steps the module made, which fit without the answer's size
-        ns._add_next_steps({"fqn": "a.b", "x": place(value)}, "symbol", action="callers")
-    else:
-        ns._within_share(place(value), [], keep=0)
-    assert value.calls == calls
 
 
 class Growing:
@@ -159,8 +110,8 @@ class Keep(int):
         return 0 < n
 
 
-class Measured(list):
-    """Steps whose length is host code."""
+class Measured(Shuffled):
+    """Steps whose length and cut are host code, and not their storage's."""
 
     calls = 0
 
@@ -169,9 +120,12 @@ class Measured(list):
         return super().__len__()
 
 
-def measured_anew():
-    value = Counted()
-    return {}, [[value], "x" * HINT_FLOOR_BYTES], 0, value
+def counted(place):
+    def made():
+        value = Counted()
+        return place(value), [[value], "x" * HINT_FLOOR_BYTES], 0, value
+
+    return made
 
 
 def growing_answer():
@@ -181,7 +135,7 @@ def growing_answer():
 
 
 def steps_of_their_own_length():
-    steps = Measured(["s" * HINT_FLOOR_BYTES, "t"])
+    steps = Measured([{"tool": "t", "args": {}, "reason": "r"}, "s" * HINT_FLOOR_BYTES, "t"])
     return {}, steps, 0, steps
 
 
@@ -194,13 +148,29 @@ def lengthening_keep():
 # Host code that the loop runs (a step's str(), keep's comparison) may change
 # what it measures next: the answer is measured before the steps, and each
 # length anew.
-@pytest.mark.parametrize("made", [measured_anew, growing_answer, steps_of_their_own_length, lengthening_keep])
+# The answer's text forms are taken as often as the writer takes them: once
+# for the answer, again for each hint field's value.
+PLACES = [lambda o: {"o": o, "rows": ({"tip": o},)}, lambda o: [{"o": o}], lambda o: {"rows": [{"note": [o]}]},
+          lambda o: Answer(tip=o), lambda o: {}]
+
+
+@pytest.mark.parametrize("made", [*map(counted, PLACES), growing_answer, steps_of_their_own_length, lengthening_keep])
 def test_host_code_run_by_the_loop_is_run_where_the_loop_runs_it(ns, made):
     def run(within):
         answer, steps, keep, counted = made()
         return len(within(answer, steps, keep)), counted.calls
 
     assert run(lambda answer, steps, keep: ns._within_share(answer, steps, keep=keep)) == run(within_share)
+
+
+@pytest.mark.parametrize("place", PLACES[:4])
+def test_text_forms_are_taken_as_often_when_the_steps_are_the_module_s(ns, place):
+    # Steps the module made fit without the answer's size: it is still written.
+    value = Counted()
+    ns._add_next_steps({"fqn": "a.b", "x": place(value)}, "symbol", action="callers")
+    measured = Counted()
+    within_share(place(measured), [], 0)
+    assert value.calls == measured.calls
 
 
 ROWS, LONG_STEPS = {"rows": ["x"]}, ["s" * HINT_FLOOR_BYTES, "t"]
@@ -229,54 +199,28 @@ def test_rebound_sizes_are_asked_as_the_loop_asks_them(ns, monkeypatch, rebound,
     assert asked == calls
 
 
-def assembled_for_callers(ns, answer, arguments):
-    """The steps as the module puts them together, each source called alone."""
-    signals = ns._signals(answer, "symbol", "callers", arguments)
-    usual = ns._usual(answer, "symbol", "callers", arguments)
-    return assembled(signals, usual)
-
-
-# Texts of every kind, escapes and lone surrogates included, and from the
-# request (the answer naming none) or the answer, in steps that the module
-# makes itself.
-@settings(max_examples=examples(400), deadline=None)
-@given(st.text(max_size=30), st.booleans(), st.integers(0, HINT_FLOOR_BYTES + 80), st.integers(0, 40))
-@example("a\udc00", True, 0, 40)  # a lone surrogate in the steps only, measured from their texts
-def test_steps_the_module_makes_are_measured_as_their_text(ns, fqn, asked, note, count):
-    answer = {"total_count": count, "notes": "n" * note} | ({} if asked else {"fqn": fqn})
+# Steps the module makes, of texts of every kind (escapes and lone surrogates
+# included) from the request (the answer naming none) or the answer, and an
+# answer of values of every kind, a hint field's too: the notes take the
+# hints with the steps to the floor, a byte past it, or anywhere below it.
+# Made steps fit within the floor whatever the answer's size: the size is
+# then not needed, but the answer still fails where its text would.
+@settings(max_examples=examples(1000), **SLOW)
+@given(st.text(max_size=30), st.booleans(), st.lists(plain_hard_values | hard_values, min_size=2, max_size=2),
+       st.integers(0, 3000), st.integers(0, 40), st.sampled_from([0, 1]) | st.integers(-HINT_FLOOR_BYTES, 80))
+@example("a\udc00", True, [None, None], 0, 40, 0)  # a lone surrogate in the steps only, measured from their texts
+@example("a.b", False, [[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
+@example("a.b", False, [["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text
+@example("a.b", False, [{"\udc00": 1}, None], 0, 0, 0)  # and in a two-byte key
+def test_steps_the_module_makes_fit_by_the_answer_s_size_and_hint_bytes(ns, fqn, asked, values, pad, count, past):
+    rows, tip = values
+    answer = {"total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}
+    answer |= {} if asked else {"fqn": fqn}
     arguments = {"fqn": fqn} if asked else {}
-    steps, keep = assembled_for_callers(ns, answer, arguments)
+    signals, usual = (source(answer, "symbol", "callers", arguments) for source in (ns._signals, ns._usual))
+    steps, keep = assembled(signals, usual)
+    taken = outcome(lambda: hint_size(answer) + size(steps) + STEPS_KEY_BYTES)
+    if taken[0] == "value":
+        answer["notes"] = "n" * max(0, HINT_FLOOR_BYTES + past - taken[1])
     finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers", arguments=arguments)  # noqa: E731
     assert outcome(lambda: finish().get("next_steps", [])) == outcome(within_share, answer, steps, keep)
-
-
-# Steps the module made fit within the floor whatever the answer's size: the
-# size is then not needed, but the answer still fails where its text would.
-# The notes take the hints with the steps to the floor, or a byte past it.
-@settings(max_examples=examples(1000), **SLOW)
-@given(st.lists(plain_values | hard_values, min_size=2, max_size=2),
-       padding, st.integers(0, 40), st.sampled_from([0, 1]))
-@example([[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
-@example([["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text
-@example([{"\udc00": 1}, None], 0, 0, 0)  # and in a two-byte key
-def test_made_steps_fit_by_the_answer_s_size_and_hint_bytes(ns, values, pad, count, past_floor):
-    rows, tip = values  # a value of each kind inside a hint field too
-    answer = {"fqn": "a.b", "total_count": count, "rows": rows, "tip": tip, "pad": "x" * pad, "notes": ""}
-    steps, keep = assembled_for_callers(ns, answer, {})
-    hints = outcome(hint_size, answer)
-    if hints[0] == "value":
-        answer["notes"] = "n" * max(0, HINT_FLOOR_BYTES + past_floor - hints[1] - size(steps) - STEPS_KEY_BYTES)
-    finish = lambda: ns._add_next_steps(dict(answer), "symbol", action="callers").get("next_steps", [])  # noqa: E731
-    assert outcome(finish) == outcome(within_share, answer, steps, keep)
-
-
-def test_steps_handed_to_a_rebound_deduplication_are_measured_anew(ns, monkeypatch):
-    # The rebound function lengthens a step the module made: the budget sees it.
-    def deduplicated(steps):
-        steps[1]["reason"] = "r" * HINT_FLOOR_BYTES
-        return steps
-
-    monkeypatch.setattr(ns, "_deduplicated", deduplicated)
-    answer = {"fqn": "a.b", "total_count": 40}
-    ns._add_next_steps(answer, "symbol", action="callers")
-    assert [step["tool"] for step in answer["next_steps"]] == ["quality"]

@@ -47,29 +47,17 @@ def test_examples_cover_each_source_of_steps(ns):
     shown = [json.loads(answer) for title, answer in zip(lines[::2], lines[1::2], strict=True)]
     # Which source each example shows is in its title; every one shows steps.
     assert len(shown) == len(EXAMPLES) and all(a["next_steps"] for a in shown)
-    assert f"its floor of {HINT_FLOOR_BYTES} bytes" in lines[2 * 5]
     assert all(a["found"] is False and a["did_you_mean"] for a in shown[-2:])
-
-
-def test_the_budget_example_drops_its_last_step_by_the_floor_it_names(ns):
-    example = next(e for e in EXAMPLES if "{HINT_FLOOR_BYTES}" in e["title"])
+    # The budget's example is a small answer, whose room is the floor: its
+    # hints and the steps offered are over it, without the last step they are not.
+    [(at, example)] = [(n, e) for n, e in enumerate(EXAMPLES) if "{HINT_FLOOR_BYTES}" in e["title"]]
+    assert f"its floor of {HINT_FLOOR_BYTES} bytes" in lines[2 * at]
     answer, request = example["answer"], (example["tool"], example["action"], example["arguments"])
-    kept = ns.finish_answer(answer, request[0], action=request[1], arguments=request[2])["next_steps"]
-    offered = ns._usual(answer, *request)
+    kept, offered = shown[at]["next_steps"], ns._usual(answer, *request)
     assert kept == offered[:-1]
-    # A small answer, whose room is the floor: its hints and the steps offered
-    # are over it, without the last step they are not.
     hints, added = ns._hint_size(answer), compact_size(offered) + STEPS_KEY_BYTES
     assert HINT_SHARE * (compact_size(answer) + added) < HINT_FLOOR_BYTES < hints + added
     assert hints + compact_size(kept) + STEPS_KEY_BYTES <= HINT_FLOOR_BYTES
-
-
-def test_finishes_an_answer_from_stdin_as_the_server_sends_it(ns):
-    done = run("--tool", "search", "--action", "code", "--freshness", '{"current": false}', stdin=json.dumps(ANSWER))
-    assert done.returncode == 0 and done.stderr == b""
-    assert done.stdout.decode("utf-8") == (
-        '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
-        '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n')
 
 
 @pytest.mark.parametrize(
@@ -77,19 +65,23 @@ def test_finishes_an_answer_from_stdin_as_the_server_sends_it(ns):
     [
         ([], TERMINAL, "examples"),  # nothing to finish
         ([], SLOW_WRITER, "error"),  # an answer, however late, is never taken for no input
-        (["--tool", "search"], SLOW_WRITER, "answer"),
+        (["--tool", "search"], SLOW_WRITER, "finished"),
+        # As the server sends it: compact, as UTF-8.
+        (["--tool", "search", "--action", "code", "--freshness", '{"current": false}'], json.dumps(ANSWER),
+         '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
+         '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n'),
     ],
 )
 def test_standard_input_that_is_not_a_terminal_is_the_answer(ns, args, stdin, shows):
+    if shows == "finished":
+        shows = json.dumps(ns.finish_answer(ANSWER, "search"), separators=(",", ":"), ensure_ascii=False) + "\n"
     done = run(*args, stdin=stdin)
-    lines = done.stdout.decode().splitlines()
     if shows == "examples":
-        assert done.returncode == 0 and lines[0].startswith("# 1. ")
+        assert done.returncode == 0 and done.stdout.decode().startswith("# 1. ")
     elif shows == "error":
-        assert done.returncode == 2 and lines == [] and b"--tool is required" in done.stderr
+        assert done.returncode == 2 and done.stdout == b"" and b"--tool is required" in done.stderr
     else:
-        finished = ns.finish_answer(ANSWER, "search")
-        assert done.returncode == 0 and lines == [json.dumps(finished, separators=(",", ":"), ensure_ascii=False)]
+        assert done.returncode == 0 and done.stderr == b"" and done.stdout.decode("utf-8") == shows
 
 
 def test_explain_accounts_for_every_step_on_stderr(ns):

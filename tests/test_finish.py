@@ -1,28 +1,40 @@
-"""Finishing answers, assembling their steps, and did-you-mean answers to misses."""
+"""Finishing answers, assembling their steps, did-you-mean answers to misses, and the step and hint records."""
 
 import copy
+import dataclasses
 import logging
 import types
 
 import pytest
-from conftest import MODULE_NAME
-from reference import HINT_FLOOR_BYTES, MAX_STEPS
+from conftest import MODULE_NAME, outcome
+from reference import HINT_FLOOR_BYTES, MAX_STEPS, assembled
+from reference import within_share as reference_within_share
 
 
 def a_step(tool, reason="r", **args):
     return {"tool": tool, "args": args, "reason": reason}
 
 
-def test_finish_answer_copies_without_nulls(ns, monkeypatch, code_kinds):
-    freshness_calls, other = [], {1, 2}
+def test_the_copy_shares_the_leaves_and_makes_the_containers_anew(ns, monkeypatch, code_kinds):
+    freshness_calls, other, proxy, text, big = [], {1, 2}, types.MappingProxyType({"a": None}), "shared text", 10**40
     monkeypatch.setattr(ns, "add_freshness", lambda answer, block: freshness_calls.append((answer, block)))
-    answer = {"found": True, "note": None, "rows": [{"fqn": "a", "doc": None}], "pair": ("x", None), "o": other}
+    answer = {"found": True, "note": None, "rows": [{"o": other, "m": proxy, "s": text, "n": big, "doc": None}],
+              "pair": (text, None)}
+    snapshot = repr(answer)
     finished = ns.finish_answer(answer, "nope")
-    assert finished == {"found": True, "rows": [{"fqn": "a"}], "pair": ["x", None], "o": other}
-    assert finished["o"] is other and answer["note"] is None and answer["rows"][0]["doc"] is None
-    assert freshness_calls == [(finished, None)]
-    monkeypatch.setattr(ns, "without_null_fields", lambda value: {"copied": value})  # a rebound copy is called
-    assert ns.finish_answer(answer, "nope") == {"copied": answer}
+    assert finished == {"found": True, "rows": [{"o": other, "m": proxy, "s": text, "n": big}], "pair": [text, None]}
+    row = finished["rows"][0]
+    assert row["o"] is other and row["m"] is proxy and row["s"] is text and row["n"] is big
+    assert freshness_calls == [(finished, None)] and ns.without_null_fields(proxy) is proxy
+    finished["rows"].append("new")
+    row["added"] = 1
+    finished["pair"].append(2)
+    assert repr(answer) == snapshot
+    # A rebound copy is called, for the answer and for every value inside it.
+    own, called = ns.without_null_fields, []
+    monkeypatch.setattr(ns, "without_null_fields", lambda value: called.append(value) or own(value))
+    ns.finish_answer({"a": 1, "b": ["x", None]}, "nope")
+    assert called == [{"a": 1, "b": ["x", None]}, 1, ["x", None], "x", None]
 
 
 def stale(answer, block):
@@ -55,55 +67,50 @@ def sources(monkeypatch, ns, signals, usual):
     return calls
 
 
-@pytest.mark.parametrize(
-    "own, kept",
-    [
-        (None, None),
-        ([], None),
-        ((a_step("x"),), [a_step("x")]),
-        ([a_step("x")] * 5, [a_step("x")] * 5),
-        ([a_step("big", "r" * HINT_FLOOR_BYTES), a_step("x")], [a_step("big", "r" * HINT_FLOOR_BYTES)]),
-    ],
-)
-def test_own_steps_replace_assembled_ones(ns, monkeypatch, own, kept):
-    calls = sources(monkeypatch, ns, [], [])
-    answer = {"a": 1, "next_steps": own, "b": 2}
-    assert ns._add_next_steps(answer, "search", action="code") is answer
-    if kept is None:
-        assert list(answer) == ["a", "b"] and [call[0] for call in calls] == ["signals", "usual"]
-    else:
-        assert list(answer) == ["a", "b", "next_steps"] and answer["next_steps"] == kept and not calls
-        assert answer["next_steps"] is not own
+# The tool's own steps (when truthy) are kept as a new list, led by one kept
+# whatever its size; else the signals come first, repeats (argument order
+# and reason do not make another call) and steps past the cap go, and the
+# signals are kept whatever their size.
+BIG = a_step("big", "r" * HINT_FLOOR_BYTES)
 
 
 @pytest.mark.parametrize(
-    "signals, usual, expected, keep",
-    [
-        ([], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)], [a_step(f"u{n}") for n in range(MAX_STEPS)], 1),
-        # Argument order and reason do not make another call.
-        ([a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"), a_step("u")],
-         [a_step("q", "signal", action="impact", fqn="f"), a_step("u")], 1),
-        ([a_step("s1"), a_step("s2")], [a_step("u")], [a_step("s1"), a_step("s2"), a_step("u")][:MAX_STEPS],
-         min(2, MAX_STEPS)),
-        ([a_step("s")] * 5, [a_step("u")], [a_step("s"), a_step("u")], min(5, MAX_STEPS)),
-        ([], [], [], 1),
-    ],
+    "own, signals, usual",
+    [(None, [], [a_step(f"u{n}") for n in range(MAX_STEPS + 1)]), ([], [a_step("s1"), a_step("s2")], [a_step("u")]),
+     ((a_step("x"),), [a_step("s")], []), ([a_step("x")] * 5, [], []), ([BIG, a_step("x")], [], []),
+     (None, [a_step("q", "signal", action="impact", fqn="f")], [a_step("q", "usual", fqn="f", action="impact"),
+                                                                a_step("u")]),
+     (None, [a_step("s")] * 5, [a_step("u")]), (None, [BIG], [a_step("u")]), (None, [], [])],
 )
-def test_assembly_puts_signals_first_without_repeats(ns, monkeypatch, signals, usual, expected, keep):
-    sources(monkeypatch, ns, signals, usual)
-    budget = []
+def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch, own, signals, usual):
+    calls, budget, own_budget = sources(monkeypatch, ns, signals, usual), [], ns._within_share
 
     def within_share(response, steps, *, keep):
         budget.append((response is answer, dict(response), list(steps), keep))
-        return steps
+        return own_budget(response, steps, keep=keep)
 
     monkeypatch.setattr(ns, "_within_share", within_share)
-    answer = {"found": True, "next_steps": None}
-    ns._add_next_steps(answer, "t")
-    assert budget == [(True, {"found": True}, expected, keep)]
-    assert answer.get("next_steps") == (expected or None)
-    if signals:
-        assert answer["next_steps"][0] is signals[0]
+    answer = {"a": 1, "next_steps": own, "b": 2}
+    assert ns._add_next_steps(answer, "search", action="code") is answer
+    steps, keep = (list(own), 1) if own else assembled(signals, usual)
+    assert budget == [(True, {"a": 1, "b": 2}, steps, keep)]
+    assert [call[0] for call in calls] == ([] if own else ["signals", "usual"])
+    kept = reference_within_share({"a": 1, "b": 2}, steps, keep)
+    assert answer.get("next_steps") == (kept or None) and list(answer)[:2] == ["a", "b"]
+    assert answer["next_steps"] is not own if own else not signals or answer["next_steps"][0] is signals[0]
+
+
+class Popped(dict):
+    """An answer that hands over steps of its own when they are taken out."""
+
+    def pop(self, key, default=None):
+        return [a_step("own")] if key == "next_steps" else default
+
+
+@pytest.mark.parametrize("answer, steps", [(Popped(a=1), [a_step("own")]), (["next_steps"], TypeError)])
+def test_the_tool_s_steps_are_taken_out_by_the_answer_s_own_pop(ns, answer, steps):
+    made = outcome(lambda: ns._add_next_steps(answer, "search").get("next_steps"))
+    assert made[0] is steps if isinstance(steps, type) else made == ("value", steps)
 
 
 def symbol(fqn):
@@ -185,3 +192,19 @@ def test_failed_lookup_is_logged_and_counts_as_nothing_near(ns, lookups, caplog,
     with pytest.raises(KeyboardInterrupt):
         getattr(ns, function)(answer, REPO, "x", "detail")
     assert answer == {"found": True}
+
+
+def test_steps_are_new_records(ns):
+    first, second = ns.step("t", "r"), ns.step(tool="t", reason="r")
+    assert first == second == {"tool": "t", "args": {}, "reason": "r"}
+    assert first is not second and first["args"] is not second["args"]
+
+
+def test_hint_is_a_frozen_record(ns):
+    Hint = ns.Hint
+    assert dataclasses.is_dataclass(Hint) and Hint.__module__ == ns.__name__
+    assert [f.name for f in dataclasses.fields(Hint)] == ["tool", "reason", "action", "takes"]
+    full, same = Hint("symbol", "why", "detail", "fqn"), Hint(tool="symbol", reason="why", action="detail", takes="fqn")
+    assert full == same and hash(full) == hash(same) and (Hint("t", "r").action, Hint("t", "r").takes) == (None, None)
+    with pytest.raises(dataclasses.FrozenInstanceError):
+        full.tool = "file"

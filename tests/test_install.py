@@ -101,11 +101,13 @@ def built(request):
     return module_wheel() if request.param == "wheel" else request.getfixturevalue("sdist_build")[0]
 
 
-def test_wheel_holds_only_the_module_s_own_files():
-    assert set(wheel_files(module_wheel())) == OWN_FILES
+def test_each_wheel_holds_only_the_module_s_own_files(built):
+    assert set(wheel_files(built)) == OWN_FILES
 
 
-def test_sdist_holds_what_a_build_needs():
+def test_sdist_holds_what_a_build_needs_and_builds_the_profiled_module(sdist_build):
+    log = sdist_build[1]
+    assert "Profiling the module" in log and "without the profile" not in log
     files = sdist_files(module_sdist())
     assert {name.split("/")[0] for name in files} == SDIST_TOP
     assert {name for name in files if name.startswith(("bench/", "cmake/"))} == SDIST_BUILD_FILES
@@ -113,12 +115,6 @@ def test_sdist_holds_what_a_build_needs():
         f"standins/{name}" for name in wheel_files(standins_wheel())
     }
     assert not any("__pycache__" in name for name in files)
-
-
-def test_sdist_builds_the_profiled_module_with_its_own_files(sdist_build):
-    wheel, log = sdist_build
-    assert "Profiling the module" in log and "without the profile" not in log
-    assert set(wheel_files(wheel)) == OWN_FILES
 
 
 def test_wheel_with_the_standins_runs_the_examples(tmp_path, built):

@@ -64,12 +64,6 @@ def test_collaborators_are_the_sibling_modules_own_functions(ns):
     assert ns.logger is logging.getLogger(MODULE_NAME) and ns.TYPE_CHECKING is False
 
 
-def test_positional_parameters_may_be_named(ns):
-    assert ns._encoded_size(value=[]) == 2
-    assert ns._tests_scope(arguments={"path": "p"}, response={}) == {"changed_files": ["p"]}
-    assert ns._within_share(keep=1, steps=[], response={}) == []
-
-
 FUNCTIONS = sorted(own_functions())
 PARAMETERS = sorted({p for f in own_functions().values() for p in inspect.signature(f).parameters} | {"colour"})
 
@@ -120,8 +114,12 @@ DELETED = object()
 CHANGES = [  # name, what it is bound to, what the finished answer then is
     ("_encoded_size", lambda value: 10**6, lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
     ("_encoded_size", DELETED, NameError),
+    ("_encoded_size", lambda value: "many", TypeError),  # a size that is no int
     ("step", lambda tool, reason, **args: {"tool": tool, "args": args, "reason": "mine"},
      lambda answer: [s["reason"] for s in answer["next_steps"]] == ["mine", "Every use of it"]),
+    # The budget measures the steps it is handed, lengthened by a rebound de-duplication.
+    ("_deduplicated", lambda steps: [steps[0], dict(steps[1], reason="r" * 1000)],
+     lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
 ]
 
 
@@ -146,8 +144,8 @@ def test_a_changed_name_is_read_anew(ns, monkeypatch, where, name, value, finish
     try:
         if where == "between calls":
             change()
-        if finished is NameError:
-            with pytest.raises(NameError, match=f"^name '{name}' is not defined$"):
+        if isinstance(finished, type):
+            with pytest.raises(finished, match=f"^name '{name}' is not defined$" if finished is NameError else None):
                 ns.finish_answer(answer, "symbol", action="callers")
         else:
             assert finished(ns.finish_answer(answer, "symbol", action="callers"))

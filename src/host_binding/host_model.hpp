@@ -331,6 +331,15 @@ class HostModel {
     if (PyList_CheckExact(v.get())) return Object::steal(PyList_GetSlice(v.get(), 0, end));
     return Object::steal(PySequence_GetSlice(v.get(), 0, end));
   }
+  // seq[:-1]: a container of its own is handed the slice as written, since
+  // its own length and cut need not agree with its storage.
+  Object but_last(const Object& v) const {
+    if (PyList_CheckExact(v.get()))
+      return Object::steal(PyList_GetSlice(v.get(), 0, std::max<Py_ssize_t>(PyList_GET_SIZE(v.get()) - 1, 0)));
+    const Object stop = Object::steal(PyLong_FromLong(-1));
+    const Object cut = Object::steal(PySlice_New(nullptr, stop.get(), nullptr));
+    return Object::steal(PyObject_GetItem(v.get(), cut.get()));
+  }
   // list(dict.fromkeys(items))
   Object without_repeats(const Object& list) const {
     Object seen = new_dict();

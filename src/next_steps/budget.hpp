@@ -140,7 +140,7 @@ typename M::Value within_share(M& m, const typename M::Value& response, const ty
     const double room = std::max(hint_share * static_cast<double>(answer.size() + added),
                                  static_cast<double>(hint_floor_bytes));
     if (static_cast<double>(answer.hints() + added) <= room) break;
-    current = m.head(current, n - 1);
+    current = m.but_last(current);
   }
   return current;
 }
