@@ -44,7 +44,15 @@ ODD_VALUES = {
 @pytest.mark.parametrize("walk, plain", [("_encoded_size", compact_size), ("_hint_size", hint_size),
                                          ("without_null_fields", plain_copy)])
 def test_odd_values_are_walked_as_the_plain_rule_walks_them(ns, walk, plain, value):
-    assert outcome(getattr(ns, walk), value) == outcome(plain, value)
+    assert walked(getattr(ns, walk), value) == walked(plain, value)
+
+
+def walked(function, value):
+    """A walk's outcome; of a recursion error only its kind, since its text
+    says where the interpreter saw the stack run out (from 3.14 a stack
+    measure in kB, which the module's C walks and Python code reach apart)."""
+    kind, result = outcome(function, value)
+    return (kind, None) if kind is RecursionError else (kind, result)
 
 
 class DepthProbe:
