@@ -11,7 +11,7 @@
 #include "next_steps/encoding.hpp"
 #include "next_steps/finishing.hpp"
 #include "next_steps/signals.hpp"
-#include "next_steps/test_scope.hpp"
+#include "next_steps/tests_scope.hpp"
 #include "next_steps/usual.hpp"
 #include "next_steps/values.hpp"
 
