@@ -11,12 +11,19 @@ from conftest import examples, outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe, hint_size, plain_copy
-from strategies import SLOW, Answer, NoText, Rows, Text
+from strategies import SLOW, Answer, NoText, Rows, Text, Unpaired
 
 
 class Masked(dict):
     def items(self):
         return [(key, value) for key, value in super().items() if not key.startswith("_")]
+
+
+class Hollow(dict):
+    """Holds nothing itself: only its items(), which the host's writer does not ask, say what it holds."""
+
+    def items(self):
+        return [("tip", "x" * 50), ("a", None)]
 
 
 class Broken(dict):
@@ -28,7 +35,8 @@ circle, circular_dict = ["x"], {"rows": []}
 circle.append(circle)
 deep_circle = functools.reduce(lambda inner, _: [inner], range(40), circle)
 circular_dict["rows"].append({"up": circular_dict})
-# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items() or unreadable.
+# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items(), unreadable or
+# told by items() alone.
 ODD_VALUES = {
     "circular-list": circle,
     "circular-dict": circular_dict,
@@ -37,6 +45,8 @@ ODD_VALUES = {
     "too-deep": functools.reduce(lambda inner, _: {"a": [inner]}, range(100_000), []),
     "dict-subclass-items": Masked({"a": 1, "_hidden": "x" * 50, "tip": None}),
     "items-that-fail": {"rows": [Broken(a=1)]},
+    "items-of-no-storage": {"rows": [Hollow()]},
+    "items-not-pairs": {"rows": [Unpaired(a=1)]},
 }
 
 
@@ -137,6 +147,8 @@ ODD_STEPS = {
     "failing-str": lambda: [_step("t", {}), _step("t", {"o": NoText()})],
     "no-tool": lambda: [_step("t", {}), {"args": {}, "reason": "r"}],
     "no-args": lambda: [_step("t", {}), {"tool": "t", "reason": "r"}],
+    "args-of-no-storage": lambda: [_step("t", {}), _step("t", Hollow())],
+    "args-not-pairs": lambda: [_step("t", {}), _step("t", Unpaired(a=1))],
     "told-apart-as-when-met": lambda: Meddling([_step("t", {"fqn": "a"}), _step("t", {"fqn": "a"})]),
 }
 

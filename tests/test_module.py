@@ -15,6 +15,7 @@ import pytest
 from conftest import MODULE_NAME, outcome, own_functions
 from hypothesis import given
 from hypothesis import strategies as st
+from reference import MAX_STEPS
 
 # What the loader imports, in the order a module written in Python would.
 IMPORTED = """
@@ -120,6 +121,9 @@ CHANGES = [  # name, what it is bound to, what the finished answer then is
     # The budget measures the steps it is handed, lengthened by a rebound de-duplication.
     ("_deduplicated", lambda steps: [steps[0], dict(steps[1], reason="r" * 1000)],
      lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
+    # Steps of their own are cut as steps[:MAX_STEPS] cuts them.
+    ("_deduplicated", lambda steps: type("Cut", (list,), {"__getitem__": lambda self, at: [{"tool": repr(at)}]})(),
+     lambda answer: answer["next_steps"] == [{"tool": repr(slice(None, MAX_STEPS))}]),
 ]
 
 

@@ -240,10 +240,14 @@ class HostModel {
   // for_each_entry and for_each_item for a walk that takes its own hold on
   // any value it may run host code with: the keys and values of an exact
   // dict and the items of an exact list or tuple are lent to `f`, not held
-  // (the container's own hold keeps them while no host code runs).
+  // (the container's own hold keeps them while no host code runs).  A dict
+  // is read as the host's JSON writer reads it.
   template <class F>
   [[gnu::always_inline]] void lend_entries(const Object& dict, F&& f) {
-    if (!PyDict_CheckExact(dict.get())) return for_each_entry(dict, f);
+    if (!PyDict_CheckExact(dict.get())) {
+      if (PyDict_GET_SIZE(dict.get()) == 0) return;
+      return for_each_written_item(Object::steal(PyMapping_Items(dict.get())), f);
+    }
     Py_ssize_t pos = 0;
     PyObject *key, *value;
     while (PyDict_Next(dict.get(), &pos, &key, &value)) {
@@ -325,18 +329,21 @@ class HostModel {
   Object new_dict() const { return Object::steal(PyDict_New()); }
   Object new_list() const { return Object::steal(PyList_New(0)); }
   Object list_of(const Object& v) const { return Object::steal(PySequence_List(v.get())); }
-  // seq[:n]
+  // seq[:n] and seq[:-1]: anything but an exact list is handed the slice as
+  // written, since a container's own length and cut need not agree with its
+  // storage, and its __getitem__ may look at the slice.
   Object head(const Object& v, std::size_t n) const {
     const auto end = static_cast<Py_ssize_t>(n);
     if (PyList_CheckExact(v.get())) return Object::steal(PyList_GetSlice(v.get(), 0, end));
-    return Object::steal(PySequence_GetSlice(v.get(), 0, end));
+    return cut_at(v, end);
   }
-  // seq[:-1]: a container of its own is handed the slice as written, since
-  // its own length and cut need not agree with its storage.
   Object but_last(const Object& v) const {
     if (PyList_CheckExact(v.get()))
       return Object::steal(PyList_GetSlice(v.get(), 0, std::max<Py_ssize_t>(PyList_GET_SIZE(v.get()) - 1, 0)));
-    const Object stop = Object::steal(PyLong_FromLong(-1));
+    return cut_at(v, -1);
+  }
+  Object cut_at(const Object& v, Py_ssize_t end) const {
+    const Object stop = Object::steal(PyLong_FromSsize_t(end));
     const Object cut = Object::steal(PySlice_New(nullptr, stop.get(), nullptr));
     return Object::steal(PyObject_GetItem(v.get(), cut.get()));
   }
@@ -348,31 +355,48 @@ class HostModel {
     return Object::steal(PyDict_Keys(seen.get()));
   }
   // The entries in the order the host's sort gives them: plain string keys
-  // are ordered here by code point; any other mix is sorted by the host, so
-  // that keys it cannot compare fail with its own error.
-  std::vector<std::pair<Object, Object>> sorted_entries(const Object& dict) {
-    std::vector<std::pair<Object, Object>> entries;
-    bool plain = PyDict_CheckExact(dict.get());
-    for_each_entry(dict, [&](const Object& k, const Object& v) {
-      plain = plain && PyUnicode_CheckExact(k.get());
-      entries.emplace_back(k, v);
-      return true;
-    });
-    if (plain) {
-      std::sort(entries.begin(), entries.end(),
-                [](const auto& a, const auto& b) { return PyUnicode_Compare(a.first.get(), b.first.get()) < 0; });
-      return entries;
+  // are ordered here by code point; any other dict is sorted by the host as
+  // its JSON writer sorts it, so that keys it cannot compare fail with its
+  // own error.
+  template <class F>
+  void sorted_entries(const Object& dict, F&& f) {
+    if (PyDict_GET_SIZE(dict.get()) == 0) return;
+    if (PyDict_CheckExact(dict.get())) {
+      std::vector<std::pair<Object, Object>> entries;
+      Py_ssize_t pos = 0;
+      PyObject *key, *value;
+      bool plain = true;
+      while (plain && PyDict_Next(dict.get(), &pos, &key, &value)) {
+        plain = PyUnicode_CheckExact(key);
+        entries.emplace_back(Object::borrow(key), Object::borrow(value));
+      }
+      if (plain) {
+        std::sort(entries.begin(), entries.end(),
+                  [](const auto& a, const auto& b) { return PyUnicode_Compare(a.first.get(), b.first.get()) < 0; });
+        for (const auto& [k, v] : entries)
+          if (!f(k, v)) return;
+        return;
+      }
     }
-    Object items = Object::steal(PyList_New(static_cast<Py_ssize_t>(entries.size())));
-    for (std::size_t i = 0; i < entries.size(); ++i)
-      PyList_SET_ITEM(items.get(), static_cast<Py_ssize_t>(i),
-                      Object::steal(PyTuple_Pack(2, entries[i].first.get(), entries[i].second.get())).release());
+    Object items = Object::steal(PyMapping_Items(dict.get()));
     check(PyList_Sort(items.get()));
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      PyObject* pair = PyList_GET_ITEM(items.get(), static_cast<Py_ssize_t>(i));
-      entries[i] = {Object::borrow(PyTuple_GET_ITEM(pair, 0)), Object::borrow(PyTuple_GET_ITEM(pair, 1))};
+    for_each_written_item(items, f);
+  }
+  // The items of a mapping as the host's JSON writer takes them from the
+  // list it makes of its items(): each a tuple of two (a tuple subclass's
+  // too), looked at when it is reached.  It writes a dict with no storage of
+  // its own as {} without asking its items(): the callers look first.
+  template <class F>
+  void for_each_written_item(const Object& items, F&& f) {
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(items.get()); ++i) {
+      PyObject* item = PyList_GET_ITEM(items.get(), i);
+      if (!PyTuple_Check(item) || PyTuple_GET_SIZE(item) != 2) {
+        PyErr_SetString(PyExc_ValueError, "items must return 2-tuples");
+        fail();
+      }
+      const Object k = Object::borrow(PyTuple_GET_ITEM(item, 0)), v = Object::borrow(PyTuple_GET_ITEM(item, 1));
+      if (!f(k, v)) return;
     }
-    return entries;
   }
   // key in HINT_KEYS: only a string can be one, and the hint keys are ASCII.
   bool is_hint_key(const Object& key) const { return names_hint(key.get()); }

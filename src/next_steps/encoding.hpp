@@ -318,7 +318,10 @@ class Writer {
     std::size_t written = 0;
     if constexpr (Sink::sorted) {
       levels_.settle();  // the host's sort may compare keys by their own methods
-      for (const auto& [k, item] : m_.sorted_entries(v)) entry(written++, k, item);
+      m_.sorted_entries(v, [&](const Value& k, const Value& item) {
+        entry(written++, k, item);
+        return true;
+      });
     } else {
       m_.lend_entries(v, [&](const Value& k, const Value& item) __attribute__((always_inline)) {
         entry(written++, k, item);

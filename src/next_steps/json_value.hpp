@@ -323,11 +323,13 @@ class NativeModel {
         kept.push_back(item);
     return json::list(std::move(kept));
   }
-  std::vector<std::pair<Json, Json>> sorted_entries(const Json& dict) {
+  template <class F>
+  void sorted_entries(const Json& dict, F&& f) {
     auto entries = dict->entries;
     std::stable_sort(entries.begin(), entries.end(),
                      [&](const auto& a, const auto& b) { return key_less(a.first, b.first); });
-    return entries;
+    for (const auto& [k, item] : entries)
+      if (!f(k, item)) return;
   }
   bool is_hint_key(const Json& key) const {
     if (key->kind != Kind::str || std::any_of(key->text.begin(), key->text.end(), [](char32_t c) { return c > 0x7F; }))

@@ -79,13 +79,15 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // A new dict or list with the same entries or items, or none where the
   // container's own items() or iteration must be asked.
   { m.plain_copy(v) } -> std::same_as<std::optional<typename M::Value>>;
-  { m.sorted_entries(v) } -> std::same_as<std::vector<std::pair<typename M::Value, typename M::Value>>>;
   // for_each_entry(dict, f(key, value) -> bool), for_each_item(seq, f(item) -> bool):
-  // in order, stopping when f returns false; lend_entries and lend_items
-  // the same, for a walk that holds whatever it may run host code with.
+  // in order, stopping when f returns false, as `for k, v in d.items()` and
+  // `for x in seq` read them; lend_entries and lend_items the same, for a
+  // walk that holds whatever it may run host code with, reading a dict as
+  // the host's JSON writer does, and sorted_entries as it does with sorted keys.
   m.for_each_entry(v, [](const auto&, const auto&) { return true; });
   m.for_each_item(v, [](const auto&) { return true; });
   m.lend_entries(v, [](const auto&, const auto&) { return true; });
+  m.sorted_entries(v, [](const auto&, const auto&) { return true; });
   m.lend_items(v, [](const auto&) { return true; });
 
   // --- what a value is known to be
