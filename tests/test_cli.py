@@ -60,26 +60,34 @@ def test_examples_cover_each_source_of_steps(ns):
     assert hints + compact_size(kept) + STEPS_KEY_BYTES <= HINT_FLOOR_BYTES
 
 
+# What the command shows for its arguments and standard input: the
+# examples, a finished answer, or one line of error with status 2.
 @pytest.mark.parametrize(
     ("args", "stdin", "shows"),
     [
         ([], TERMINAL, "examples"),  # nothing to finish
-        ([], SLOW_WRITER, "error"),  # an answer, however late, is never taken for no input
+        ([], SLOW_WRITER, "error: --tool is required"),  # an answer, however late, is never taken for no input
         (["--tool", "search"], SLOW_WRITER, "finished"),
         # As the server sends it: compact, as UTF-8.
         (["--tool", "search", "--action", "code", "--freshness", '{"current": false}'], json.dumps(ANSWER),
          '{"query":"tökens","total_count":0,"results":[],"freshness":{"current":false},"next_steps":[{"tool":"search",'
          '"args":{"action":"semantic","query":"tökens"},"reason":"No hits: search by meaning"}]}\n'),
+        *((args, stdin, "error") for args, stdin in [
+            (["--tool", "search"], "[1, 2]"), (["--tool", "search"], "[" * 100_000 + "]" * 100_000),
+            (["--tool", "search"], '{"next_steps": 5}'), (["--tool", "search", "missing.json"], None),
+            ([], "{}"), ([], None), (["--examples", "--tool", "search"], None)]),
     ],
 )
-def test_standard_input_that_is_not_a_terminal_is_the_answer(ns, args, stdin, shows):
+def test_what_the_command_shows(ns, args, stdin, shows):
     if shows == "finished":
         shows = json.dumps(ns.finish_answer(ANSWER, "search"), separators=(",", ":"), ensure_ascii=False) + "\n"
     done = run(*args, stdin=stdin)
     if shows == "examples":
         assert done.returncode == 0 and done.stdout.decode().startswith("# 1. ")
-    elif shows == "error":
-        assert done.returncode == 2 and done.stdout == b"" and b"--tool is required" in done.stderr
+    elif shows.startswith("error"):
+        lines = done.stderr.decode().splitlines()
+        assert done.returncode == 2 and done.stdout == b"" and len(lines) == 1, lines
+        assert lines[0].startswith("velquorn-next-steps: error: ") and shows[len("error: "):] in lines[0], lines
     else:
         assert done.returncode == 0 and done.stderr == b"" and done.stdout.decode("utf-8") == shows
 
@@ -114,23 +122,3 @@ def test_explain_tells_repeats_and_steps_past_the_cap_and_leaves_the_module_as_i
     assert finished == request.finish(ns) and (ns._signals, ns._usual, ns._within_share) == sources
     why = [line.strip() for line in lines if line.strip().startswith("(")]
     assert why == ["(repeats an earlier call)", f"(past the cap of {ns.MAX_STEPS} steps)"]
-
-
-@pytest.mark.parametrize(
-    ("args", "stdin"),
-    [
-        (["--tool", "search"], "[1, 2]"),
-        (["--tool", "search"], "[" * 100_000 + "]" * 100_000),
-        (["--tool", "search"], '{"next_steps": 5}'),
-        (["--tool", "search", "missing.json"], None),
-        ([], "{}"),
-        ([], None),
-        (["--examples", "--tool", "search"], None),
-    ],
-    ids=["not-object", "too-deep", "own-steps-not-a-list", "no-file", "no-tool", "no-tool-empty", "examples-and-tool"],
-)
-def test_bad_input_is_one_line_and_status_2(args, stdin):
-    done = run(*args, stdin=stdin)
-    assert done.returncode == 2 and done.stdout == b""
-    lines = done.stderr.decode().splitlines()
-    assert len(lines) == 1 and lines[0].startswith("velquorn-next-steps: error: "), lines
