@@ -208,6 +208,7 @@ def test_rebound_sizes_are_asked_as_the_loop_asks_them(ns, monkeypatch, rebound,
 @settings(max_examples=examples(1000), **SLOW)
 @given(st.text(max_size=30), st.booleans(), st.lists(plain_hard_values | hard_values, min_size=2, max_size=2),
        st.integers(0, 3000), st.integers(0, 40), st.sampled_from([0, 1]) | st.integers(-HINT_FLOOR_BYTES, 80))
+@example("a.b", False, [None, None], 0, 40, 1)  # hint bytes of a one-byte text a byte past the floor
 @example("a\udc00", True, [None, None], 0, 40, 0)  # a lone surrogate in the steps only, measured from their texts
 @example("a.b", False, [[HUGE_INT], None], 0, 0, 0)  # an int the walk may not pass over as short
 @example("a.b", False, [["a\udfffb"], None], 0, 0, 0)  # a lone surrogate in a two-byte text

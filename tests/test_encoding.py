@@ -11,7 +11,7 @@ from conftest import examples, outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe, hint_size, plain_copy
-from strategies import SLOW, Answer, NoText, Rows, Text, Unpaired
+from strategies import SLOW, Answer, NoText, Rows, Text, Unpackable, Unpaired
 
 
 class Masked(dict):
@@ -47,6 +47,7 @@ ODD_VALUES = {
     "items-that-fail": {"rows": [Broken(a=1)]},
     "items-of-no-storage": {"rows": [Hollow()]},
     "items-not-pairs": {"rows": [Unpaired(a=1)]},
+    "items-of-one": {"rows": [Unpackable(a=1)]},
 }
 
 

@@ -152,7 +152,9 @@ NEAR = "The nearest indexed {} to {} is {}"
          a_step("file", NEAR.format("file", "src/app/mian.py", "src/app/main.py"), action="imports",
                 path="src/app/main.py")),
         ("suggest_paths", [], "docs/none.md", "imports", None, a_step("files", "No indexed file is near docs/none.md")),
-        # A reason joins texts stored at three widths.
+        # A reason joins texts stored at three widths, and an empty one narrower than the rest.
+        ("suggest_paths", ["docs/ŋ.md"], "", "imports", None,
+         a_step("file", NEAR.format("file", "", "docs/ŋ.md"), action="imports", path="docs/ŋ.md")),
         ("suggest_paths", ["docs/grüße-ŋ.md"], "docs/grüße\U0001f4e6.md", "imports", None,
          a_step("file", NEAR.format("file", "docs/grüße\U0001f4e6.md", "docs/grüße-ŋ.md"), action="imports",
                 path="docs/grüße-ŋ.md")),

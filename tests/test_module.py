@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 from conftest import MODULE_NAME, outcome, own_functions
-from hypothesis import given
+from hypothesis import example, given
 from hypothesis import strategies as st
 from reference import MAX_STEPS
 
@@ -77,6 +77,7 @@ def twin(function):
 
 
 @given(st.sampled_from(FUNCTIONS), st.integers(0, 5), st.lists(st.sampled_from(PARAMETERS), unique=True, max_size=4))
+@example("finish_answer", 3, ["action"])  # too many positional ones beside one keyword-only
 def test_calls_are_refused_as_a_python_function_of_the_same_signature_refuses_them(ns, name, count, keywords):
     function, arguments = getattr(ns, name), {keyword: [] for keyword in keywords}
     expected = outcome(twin(function), *[[]] * count, **arguments)
