@@ -37,21 +37,10 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   return bytes + 2 + (entries ? entries - 1 : 0);
 }
 
-// Whether made_step_bytes measures a step of these fields, told without
-// counting them: a one-byte text holds no lone surrogate, so only a wider
-// one is scanned for one.
-template <class M>
-bool measurable_step(M& m, const typename M::Value& tool, const typename M::Value& reason,
-                     const typename M::Value& args) {
-  using V = typename M::Value;
-  auto text = [&](const V& v) {
-    bool surrogate = false;
-    return m.is_exact_bmp_text(v) && (m.str_width(v) == 1 || (m.token_bytes(v, surrogate), !surrogate));
-  };
-  if (!text(tool) || !text(reason) || m.kind(args) != Kind::dict || !m.walks_without_host_code(args)) return false;
-  bool texts = true;
-  m.lend_entries(args, [&](const V& k, const V& v) { return texts = text(k) && text(v); });
-  return texts;
+// A known step's size, worked out once for the guard and the variant.
+template <class M, class Fields>
+std::optional<std::size_t> kept_step_bytes(M& m, Fields& fields) {
+  return fields.bytes.get([&] { return made_step_bytes(m, fields.tool, fields.reason, fields.args); });
 }
 
 // Whether the step list may be measured from its steps' fields: a plain
@@ -63,8 +52,8 @@ bool may_take_made_step_sizes(M& m, const typename M::Value& steps) {
     return false;
   bool known = true;
   m.lend_items(steps, [&](const auto& step) {
-    const auto* fields = m.made_steps().find(m.identity(step));
-    return known = fields && measurable_step(m, fields->tool, fields->reason, fields->args);
+    auto* fields = m.made_steps().find(m.identity(step));
+    return known = fields && kept_step_bytes(m, *fields).has_value();
   });
   return known;
 }
@@ -76,8 +65,8 @@ template <class M>
 std::size_t made_step_sizes(M& m, const typename M::Value& steps) {
   std::size_t bytes = 1, count = 0;
   m.lend_items(steps, [&](const auto& step) {
-    const auto* fields = m.made_steps().find(m.identity(step));
-    if (fields) bytes += made_step_bytes(m, fields->tool, fields->reason, fields->args).value_or(0);
+    auto* fields = m.made_steps().find(m.identity(step));
+    if (fields) bytes += kept_step_bytes(m, *fields).value_or(0);
     ++count;
     return true;
   });
