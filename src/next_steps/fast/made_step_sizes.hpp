@@ -10,10 +10,30 @@
 
 namespace next_steps {
 
+// The compact size of a file list that only its step's args hold: an exact
+// list of exact BMP texts that no host code can reach, so that it holds
+// what it held when measured for as long as the step is known; none for
+// any other value.
+template <class M>
+std::optional<std::size_t> held_file_list_bytes(M& m, const typename M::Value& v, bool& surrogate) {
+  if (m.kind(v) != Kind::list || !m.walks_without_host_code(v) || !m.held_once(v)) return std::nullopt;
+  std::size_t bytes = 2, count = 0;
+  bool texts = true;
+  m.lend_items(v, [&](const auto& item) {
+    texts = m.is_exact_bmp_text(item);
+    if (texts) bytes += m.token_bytes(item, surrogate);
+    ++count;
+    return texts;
+  });
+  if (!texts) return std::nullopt;
+  return bytes + (count ? count - 1 : 0);
+}
+
 // The compact size of a step {"tool", "args", "reason"} whose tool and
-// reason are exact BMP texts and whose args are a dict of such texts that
-// walks without host code; none for any other step, or one holding a lone
-// surrogate (the walk that measures it instead fails there as ever).
+// reason are exact BMP texts and whose args are a dict of such texts (or of
+// file lists that only it holds) that walks without host code; none for any
+// other step, or one holding a lone surrogate (the walk that measures it
+// instead fails there as ever).
 template <class M>
 std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, const typename M::Value& reason,
                                            const typename M::Value& args) {
@@ -26,14 +46,18 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   std::size_t bytes =
       key_bytes(Name::tool) + text(tool) + key_bytes(Name::args) + key_bytes(Name::reason) + text(reason) + 1;
   std::size_t entries = 0;
-  bool texts = true;
+  bool measured = true;
   m.lend_entries(args, [&](const V& k, const V& v) {
-    texts = m.is_exact_bmp_text(k) && m.is_exact_bmp_text(v);
-    if (texts) bytes += text(k) + 1 + text(v);
+    measured = m.is_exact_bmp_text(k);
+    if (measured) {
+      const auto value = m.is_exact_bmp_text(v) ? std::optional(text(v)) : held_file_list_bytes(m, v, surrogate);
+      measured = value.has_value();
+      if (measured) bytes += text(k) + 1 + *value;
+    }
     ++entries;
-    return texts;
+    return measured;
   });
-  if (!texts || surrogate) return std::nullopt;
+  if (!measured || surrogate) return std::nullopt;
   return bytes + 2 + (entries ? entries - 1 : 0);
 }
 
