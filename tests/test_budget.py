@@ -173,6 +173,16 @@ def test_text_forms_are_taken_as_often_when_the_steps_are_the_module_s(ns, place
     assert value.calls == measured.calls
 
 
+def test_a_file_list_that_host_code_holds_is_measured_when_the_loop_measures_it(ns, monkeypatch):
+    # The answer's str() lengthens the tests step's file list, which the test
+    # holds too: the step so made no longer fits beside the second one.
+    files = ["a.py"]
+    lengthening = type("Lengthening", (), {"__str__": lambda self: files.append("f" * HINT_FLOOR_BYTES) or "x"})()
+    monkeypatch.setattr(ns, "_tests_scope", lambda response, arguments: {"changed_files": files})
+    steps = ns._add_next_steps({"o": lengthening}, "git", action="changes")["next_steps"]
+    assert [step["tool"] for step in steps] == ["tests"]
+
+
 ROWS, LONG_STEPS = {"rows": ["x"]}, ["s" * HINT_FLOOR_BYTES, "t"]
 HINTS = [("_hint_size", ROWS), ("_hint_size", ["x"]), ("_hint_size", "x")]
 

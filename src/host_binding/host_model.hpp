@@ -406,6 +406,9 @@ class HostModel {
     PyObject* o = v.get();
     return PyDict_CheckExact(o) || PyList_CheckExact(o) || PyTuple_CheckExact(o) || PyLong_CheckExact(o);
   }
+  // Whether the one reference to the object is its container's: host code
+  // can reach it only through that container.
+  bool held_once(const Object& v) const { return Py_REFCNT(v.get()) == 1; }
   // An exact dict keyed by exact texts, holding no int (bool aside) or list
   // of a subclass: looking a name up in it hashes and compares nothing but
   // texts, and int() or len() of what it finds is the host's own, so reading

@@ -55,22 +55,14 @@ struct KeySink {
 
 // Counts the bytes that the hint walk (budget.hpp) would count: the values
 // of hint fields met on a path of dicts and lists from the top, outside
-// every hint field's value; outside hint fields the walk only looks for
-// what fails to encode.  A one-byte string, an int within a double's range
-// and a float always encode, so outside tuples and hint fields' values they
-// are not looked at, and a one-byte key is only asked whether it names a
-// hint field (one met before that names none, not even that); that is with
-// the check_walk shortcut, the plain check looks at every value and key.
-// The walk runs no host code: where it would, it stops (WouldRunHostCode).
+// every hint field's value; outside hint fields this check walk only looks
+// for what fails to encode.  It runs no host code: where it would, it stops
+// (WouldRunHostCode).
 struct HintCheckSink : SizeSink {
-  static constexpr bool skips_safe_values = true;
   std::size_t hint_bytes = 0;
   // How many tuples and hint fields' values enclose what is being written:
   // the hint walk enters neither, so only at 0 is a value on its path.
   std::size_t nested_past_hint_walk = 0;
-};
-struct PlainCheckSink : HintCheckSink {
-  static constexpr bool skips_safe_values = false;
 };
 
 // Thrown by a walk that must not run host code where it would have to.
@@ -78,8 +70,6 @@ struct WouldRunHostCode {};
 
 template <class Sink>
 concept CountsHints = std::is_base_of_v<HintCheckSink, Sink>;
-template <class Sink>
-concept SkipsSafeValues = CountsHints<Sink> && Sink::skips_safe_values;
 
 // The host's count of nested calls as a walk keeps it: raised a level only
 // where the walk goes deeper than it has been, and let down to the walk's
@@ -219,13 +209,7 @@ class Writer {
 
   [[gnu::always_inline]] bool str_key(const Value& k) {
     if constexpr (SkipsSafeValues<Sink>) {
-      if (may_take_check_walk(m_, sink_, k, Kind::str)) {  // its size is not needed
-        const void* id = m_.identity(k);
-        if (plain_keys_.holds(id)) return false;
-        const bool hint = names_hint(k);
-        if (!hint) plain_keys_.add(id);
-        return hint;
-      }
+      if (may_take_check_walk(m_, sink_, k, Kind::str)) return passed_key_names_hint(m_, passed_keys_, k);
     }
     sink_.token(m_.str_view(k));
     return names_hint(k);
@@ -340,8 +324,7 @@ class Writer {
   Sink& sink_;
   OpenContainers open_;
   std::string scratch_;
-  struct NoPlainKeys {};
-  [[no_unique_address]] std::conditional_t<SkipsSafeValues<Sink>, PlainKeys, NoPlainKeys> plain_keys_;
+  [[no_unique_address]] PassedKeys<Sink> passed_keys_;
   Levels<M> levels_;
 };
 

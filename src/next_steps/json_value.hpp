@@ -338,6 +338,7 @@ class NativeModel {
   }
   // This model learns nothing from its copies: every field is walked.
   bool walks_without_host_code(const Json&) const { return true; }
+  bool held_once(const Json&) const { return false; }
   bool reads_without_host_code(const Json& v) const { return v->kind == Kind::dict; }
   bool is_exact_bmp_text(const Json& v) const {
     return v->kind == Kind::str && std::all_of(v->text.begin(), v->text.end(), [](char32_t c) { return c <= 0xFFFF; });

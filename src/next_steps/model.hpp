@@ -93,6 +93,7 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   // --- what a value is known to be
   { m.is_hint_key(v) } -> std::same_as<bool>;
   { m.walks_without_host_code(v) } -> std::same_as<bool>;  // walking or comparing it runs no host code
+  { m.held_once(v) } -> std::same_as<bool>;  // only its one container holds it: no host code reaches it but through that
   // A dict whose get() of a name, and int() or len() of what it holds, run no host code
   { m.reads_without_host_code(v) } -> std::same_as<bool>;
   // A str of the exact type with no code point past U+FFFF: two such texts

@@ -95,10 +95,14 @@ typename M::Value taken(M& m, const typename M::Value& response, const typename 
 }
 
 // The key of a tool and action in the tables: "tool:action", with a null
-// action written "None" so that it names no row.
+// action written "None" so that it names no row.  Written into one string,
+// the tool's text first, as the host's f-string reads them.
 template <class M>
 std::string row_key(M& m, const typename M::Value& tool, const typename M::Value& action) {
-  return m.key_text(tool) + ":" + m.key_text(action);
+  std::string key = m.key_text(tool);
+  key += ':';
+  key += m.key_text(action);
+  return key;
 }
 
 // Whether the answer says it has no hits, for a step that takes a value

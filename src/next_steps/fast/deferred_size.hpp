@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "next_steps/encoding.hpp"
+#include "next_steps/fast/check_walk.hpp"
 #include "next_steps/model.hpp"
 
 namespace next_steps {
@@ -38,8 +39,8 @@ std::optional<std::int64_t> hint_bytes_by(M& m, const typename M::Value& respons
 // shortcut); none where the walk would run host code, since it stops there.
 template <class M>
 std::optional<std::int64_t> hint_bytes_alone(M& m, const typename M::Value& response) {
-  if (m.shortcut(Shortcut::check_walk)) return hint_bytes_by<HintCheckSink>(m, response);
-  return hint_bytes_by<PlainCheckSink>(m, response);
+  if (m.shortcut(Shortcut::check_walk)) return hint_bytes_by<SafeValuesSkipped<HintCheckSink>>(m, response);
+  return hint_bytes_by<HintCheckSink>(m, response);
 }
 
 }  // namespace next_steps

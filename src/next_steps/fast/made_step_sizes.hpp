@@ -10,10 +10,30 @@
 
 namespace next_steps {
 
+// The compact size of a file list that only its step's args hold: an exact
+// list of exact BMP texts that no host code can reach, so that it holds
+// what it held when measured for as long as the step is known; none for
+// any other value.
+template <class M>
+std::optional<std::size_t> held_file_list_bytes(M& m, const typename M::Value& v, bool& surrogate) {
+  if (m.kind(v) != Kind::list || !m.walks_without_host_code(v) || !m.held_once(v)) return std::nullopt;
+  std::size_t bytes = 2, count = 0;
+  bool texts = true;
+  m.lend_items(v, [&](const auto& item) {
+    texts = m.is_exact_bmp_text(item);
+    if (texts) bytes += m.token_bytes(item, surrogate);
+    ++count;
+    return texts;
+  });
+  if (!texts) return std::nullopt;
+  return bytes + (count ? count - 1 : 0);
+}
+
 // The compact size of a step {"tool", "args", "reason"} whose tool and
-// reason are exact BMP texts and whose args are a dict of such texts that
-// walks without host code; none for any other step, or one holding a lone
-// surrogate (the walk that measures it instead fails there as ever).
+// reason are exact BMP texts and whose args are a dict of such texts (or of
+// file lists that only it holds) that walks without host code; none for any
+// other step, or one holding a lone surrogate (the walk that measures it
+// instead fails there as ever).
 template <class M>
 std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, const typename M::Value& reason,
                                            const typename M::Value& args) {
@@ -26,32 +46,25 @@ std::optional<std::size_t> made_step_bytes(M& m, const typename M::Value& tool, 
   std::size_t bytes =
       key_bytes(Name::tool) + text(tool) + key_bytes(Name::args) + key_bytes(Name::reason) + text(reason) + 1;
   std::size_t entries = 0;
-  bool texts = true;
+  bool measured = true;
   m.lend_entries(args, [&](const V& k, const V& v) {
-    texts = m.is_exact_bmp_text(k) && m.is_exact_bmp_text(v);
-    if (texts) bytes += text(k) + 1 + text(v);
+    measured = m.is_exact_bmp_text(k);
+    if (measured) {
+      const auto value = m.is_exact_bmp_text(v) ? std::optional(text(v)) : held_file_list_bytes(m, v, surrogate);
+      measured = value.has_value();
+      if (measured) bytes += text(k) + 1 + *value;
+    }
     ++entries;
-    return texts;
+    return measured;
   });
-  if (!texts || surrogate) return std::nullopt;
+  if (!measured || surrogate) return std::nullopt;
   return bytes + 2 + (entries ? entries - 1 : 0);
 }
 
-// Whether made_step_bytes measures a step of these fields, told without
-// counting them: a one-byte text holds no lone surrogate, so only a wider
-// one is scanned for one.
-template <class M>
-bool measurable_step(M& m, const typename M::Value& tool, const typename M::Value& reason,
-                     const typename M::Value& args) {
-  using V = typename M::Value;
-  auto text = [&](const V& v) {
-    bool surrogate = false;
-    return m.is_exact_bmp_text(v) && (m.str_width(v) == 1 || (m.token_bytes(v, surrogate), !surrogate));
-  };
-  if (!text(tool) || !text(reason) || m.kind(args) != Kind::dict || !m.walks_without_host_code(args)) return false;
-  bool texts = true;
-  m.lend_entries(args, [&](const V& k, const V& v) { return texts = text(k) && text(v); });
-  return texts;
+// A known step's size, worked out once for the guard and the variant.
+template <class M, class Fields>
+std::optional<std::size_t> kept_step_bytes(M& m, Fields& fields) {
+  return fields.bytes.get([&] { return made_step_bytes(m, fields.tool, fields.reason, fields.args); });
 }
 
 // Whether the step list may be measured from its steps' fields: a plain
@@ -63,8 +76,8 @@ bool may_take_made_step_sizes(M& m, const typename M::Value& steps) {
     return false;
   bool known = true;
   m.lend_items(steps, [&](const auto& step) {
-    const auto* fields = m.made_steps().find(m.identity(step));
-    return known = fields && measurable_step(m, fields->tool, fields->reason, fields->args);
+    auto* fields = m.made_steps().find(m.identity(step));
+    return known = fields && kept_step_bytes(m, *fields).has_value();
   });
   return known;
 }
@@ -76,8 +89,8 @@ template <class M>
 std::size_t made_step_sizes(M& m, const typename M::Value& steps) {
   std::size_t bytes = 1, count = 0;
   m.lend_items(steps, [&](const auto& step) {
-    const auto* fields = m.made_steps().find(m.identity(step));
-    if (fields) bytes += made_step_bytes(m, fields->tool, fields->reason, fields->args).value_or(0);
+    auto* fields = m.made_steps().find(m.identity(step));
+    if (fields) bytes += kept_step_bytes(m, *fields).value_or(0);
     ++count;
     return true;
   });

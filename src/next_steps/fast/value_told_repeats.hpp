@@ -35,39 +35,53 @@ struct Call {
   std::size_t hash;  // the same for equal calls, whatever the order of the args
 };
 
-// A step's call when the step is plain: a dict keyed by exact BMP texts,
-// with such a text as its tool and as args a dict of such texts and lists
-// of them (a file list), all walking without host code.  The key texts of
-// such calls are equal exactly when the calls are, and reading them runs no
-// host code.  A step this call made and still knows is such a dict, holding
-// the fields it was made of: it is not scanned for them.
+// The hash of a call whose tool is an exact BMP text and whose args are a
+// dict keyed by such texts, each holding such a text or a list of them (a
+// file list), all walking without host code; none for any other call.  The
+// key texts of such calls are equal exactly when the calls are, and reading
+// them runs no host code.
 template <class M>
-std::optional<Call<M>> plain_call(M& m, const typename M::Value& step) {
+std::optional<std::size_t> call_hash(M& m, const typename M::Value& tool, const typename M::Value& args) {
   using V = typename M::Value;
-  if (!plain(m, step, Kind::dict)) return std::nullopt;
-  std::optional<V> tool, args;
-  bool texts = true;
-  if (const auto* made = m.made_steps().find(m.identity(step))) {
-    tool = made->tool;
-    args = made->args;
-  } else {
-    m.lend_entries(step, [&](const V& key, const V& value) {
-      texts = m.is_exact_bmp_text(key);
-      if (texts && m.str_equals(key, text_of(Name::tool))) tool = value;
-      if (texts && m.str_equals(key, text_of(Name::args))) args = value;
-      return texts;
-    });
-  }
-  if (!texts || !tool || !args || !m.is_exact_bmp_text(*tool) || !plain(m, *args, Kind::dict)) return std::nullopt;
+  if (!m.is_exact_bmp_text(tool) || !plain(m, args, Kind::dict)) return std::nullopt;
   std::size_t entries_hash_sum = 0;  // a sum, so that the order of the entries does not count
-  m.lend_entries(*args, [&](const V& key, const V& value) {
+  bool texts = true;
+  m.lend_entries(args, [&](const V& key, const V& value) {
     const auto value_hash = m.is_exact_bmp_text(key) ? text_or_list_hash(m, value) : std::nullopt;
     texts = value_hash.has_value();
     if (texts) entries_hash_sum += m.text_hash(key) * 31 + *value_hash;
     return texts;
   });
   if (!texts) return std::nullopt;
-  return Call<M>{*tool, *args, m.text_hash(*tool) ^ entries_hash_sum};
+  return m.text_hash(tool) ^ entries_hash_sum;
+}
+
+// A step's call when the step is plain: a dict keyed by exact BMP texts
+// whose call call_hash can hash.  A step this call made and still knows is
+// such a dict, holding the fields it was made of: it is not scanned for
+// them, and its call is hashed once for the guard and the variant (nothing
+// runs between them that could change a file list).
+template <class M>
+std::optional<Call<M>> plain_call(M& m, const typename M::Value& step) {
+  using V = typename M::Value;
+  if (!plain(m, step, Kind::dict)) return std::nullopt;
+  if (auto* made = m.made_steps().find(m.identity(step))) {
+    const auto hash = made->call_hash.get([&] { return call_hash(m, made->tool, made->args); });
+    if (!hash) return std::nullopt;
+    return Call<M>{made->tool, made->args, *hash};
+  }
+  std::optional<V> tool, args;
+  bool texts = true;
+  m.lend_entries(step, [&](const V& key, const V& value) {
+    texts = m.is_exact_bmp_text(key);
+    if (texts && m.str_equals(key, text_of(Name::tool))) tool = value;
+    if (texts && m.str_equals(key, text_of(Name::args))) args = value;
+    return texts;
+  });
+  if (!texts || !tool || !args) return std::nullopt;
+  const auto hash = call_hash(m, *tool, *args);
+  if (!hash) return std::nullopt;
+  return Call<M>{*tool, *args, *hash};
 }
 
 }  // namespace next_steps::value_told
