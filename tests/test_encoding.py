@@ -11,7 +11,7 @@ from conftest import examples, outcome
 from hypothesis import example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe, hint_size, plain_copy
-from strategies import SLOW, Answer, NoText, Rows, Text, Unpackable, Unpaired
+from strategies import SLOW, Answer, NoText, Pair, Rows, Text, Unpackable, Unpaired
 
 
 class Masked(dict):
@@ -24,6 +24,11 @@ class Hollow(dict):
 
     def items(self):
         return [("tip", "x" * 50), ("a", None)]
+
+
+class Named(dict):
+    def items(self):
+        return [Pair(key, value) for key, value in dict.items(self)]
 
 
 class Broken(dict):
@@ -48,6 +53,7 @@ ODD_VALUES = {
     "items-of-no-storage": {"rows": [Hollow()]},
     "items-not-pairs": {"rows": [Unpaired(a=1)]},
     "items-of-one": {"rows": [Unpackable(a=1)]},
+    "items-as-named-pairs": {"rows": [Named(a=1, tip="t")]},
 }
 
 
