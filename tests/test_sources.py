@@ -95,9 +95,10 @@ SOURCES = [
     ("_signals", ({"total_count": 7}, "symbol", "callers", {"fqn": "f"}), []),
     ("_signals", ({"total": 30, "fqn": "a.b.C"}, "symbol", "references", {"fqn": ""}),
      [impact(30, "a.b.C", "references")]),
-    # Counts past one digit of the int's storage.
+    # Counts past one digit of the int's storage, and past a machine integer either way.
     ("_signals", ({"total_count": 2**30}, "symbol", "callers", {"fqn": "f"}), [impact(2**30, "f")]),
     ("_signals", ({"total_count": 10**20}, "symbol", "callers", {"fqn": "f"}), [impact(10**20, "f")]),
+    ("_signals", ({"total_count": -(10**20)}, "symbol", "callers", {"fqn": "f"}), []),
     ("_signals", ({"tests": []}, "tests", "for_file", {"path": ""}), [step("tests", "recommended", UNTESTED,
                                                                           changed_files=[""])]),
     ("_signals", ({"tests": [], "path": "a.py"}, "tests", "for_file", {"path": 5}), []),
