@@ -1,6 +1,7 @@
 """The module as the host sees it: names, signatures, loading, and references."""
 
 import ast
+import builtins
 import gc
 import importlib.util
 import inspect
@@ -63,6 +64,7 @@ def test_collaborators_are_the_sibling_modules_own_functions(ns):
 
     assert ns.is_code_symbol is symbol.is_code_symbol and ns.nearest_paths is name_lookup.nearest_paths
     assert ns.logger is logging.getLogger(MODULE_NAME) and ns.TYPE_CHECKING is False
+    assert ns.__builtins__ is vars(builtins) and ns.__cached__ is None  # as a module written in Python has them
 
 
 FUNCTIONS = sorted(own_functions())
