@@ -101,15 +101,18 @@ def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch
 
 
 class Popped(dict):
-    """An answer that hands over steps of its own when they are taken out."""
+    """An answer that hands over steps of its own when they are taken out, and files what it is given its own way."""
 
     def pop(self, key, default=None):
         return [a_step("own")] if key == "next_steps" else default
 
+    def __setitem__(self, key, value):
+        super().__setitem__(f"own {key}", value)
+
 
 @pytest.mark.parametrize("answer, steps", [(Popped(a=1), [a_step("own")]), (["next_steps"], TypeError)])
-def test_the_tool_s_steps_are_taken_out_by_the_answer_s_own_pop(ns, answer, steps):
-    made = outcome(lambda: ns._add_next_steps(answer, "search").get("next_steps"))
+def test_the_tool_s_steps_are_taken_out_and_put_back_by_the_answer_s_own_methods(ns, answer, steps):
+    made = outcome(lambda: ns._add_next_steps(answer, "search").get("own next_steps"))
     assert made[0] is steps if isinstance(steps, type) else made == ("value", steps)
 
 
