@@ -73,26 +73,15 @@ def test_sizes_and_room_are_the_writer_s(ns, answer, led):
 
 
 class Counted:
-    """An other value whose text grows with every str() of it."""
+    """An other value whose text grows with every str() of it, which also runs `then`."""
 
-    def __init__(self):
-        self.calls = 0
+    def __init__(self, then=lambda: None):
+        self.calls, self.then = 0, then
 
     def __str__(self):
         self.calls += 1
+        self.then()
         return "x" * self.calls
-
-
-class Growing:
-    """An other value whose text, taken while the steps are measured, lengthens the answer."""
-
-    def __init__(self, answer):
-        self.answer, self.calls = answer, 0
-
-    def __str__(self):
-        self.calls += 1
-        self.answer["pad"] = "x" * (20 * HINT_FLOOR_BYTES)
-        return "g"
 
 
 class Keep(int):
@@ -129,8 +118,9 @@ def counted(place):
 
 
 def growing_answer():
+    # Its text, taken while the steps are measured, lengthens the answer.
     answer = {}
-    value = Growing(answer)
+    value = Counted(lambda: answer.update(pad="x" * (20 * HINT_FLOOR_BYTES)))
     return answer, [value, "s" * HINT_FLOOR_BYTES], 0, value
 
 
