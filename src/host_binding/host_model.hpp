@@ -337,6 +337,11 @@ class HostModel {
     if (PyList_CheckExact(v.get())) return Object::steal(PyList_GetSlice(v.get(), 0, end));
     return cut_at(v, end);
   }
+  Object cut(const Object& list, std::size_t n) const {
+    const auto end = static_cast<Py_ssize_t>(n);
+    if (PyList_GET_SIZE(list.get()) > end) check(PyList_SetSlice(list.get(), end, PyList_GET_SIZE(list.get()), nullptr));
+    return list;
+  }
   Object but_last(const Object& v) const {
     if (PyList_CheckExact(v.get()))
       return Object::steal(PyList_GetSlice(v.get(), 0, std::max<Py_ssize_t>(PyList_GET_SIZE(v.get()) - 1, 0)));
