@@ -56,6 +56,28 @@ std::optional<std::size_t> call_hash(M& m, const typename M::Value& tool, const 
   return m.text_hash(tool) ^ entries_hash_sum;
 }
 
+// The calls met so far.  A call makes a handful of steps, whose calls are
+// kept in place: only a longer list's take memory.
+template <class M>
+class MetCalls {
+ public:
+  std::size_t size() const { return size_; }
+  const Call<M>& operator[](std::size_t i) const { return i < near_calls ? near_[i] : more_[i - near_calls]; }
+  void push_back(const Call<M>& call) {
+    if (size_ < near_calls)
+      near_[size_] = call;
+    else
+      more_.push_back(call);
+    ++size_;
+  }
+
+ private:
+  static constexpr std::size_t near_calls = 6;
+  Call<M> near_[near_calls];
+  std::vector<Call<M>> more_;
+  std::size_t size_ = 0;
+};
+
 // A step's call when the step is plain: a dict keyed by exact BMP texts
 // whose call call_hash can hash.  A step this call made and still knows is
 // such a dict, holding the fields it was made of: it is not scanned for
@@ -105,7 +127,7 @@ template <class M>
 typename M::Value value_told_repeats(M& m, const typename M::Value& steps) {
   using V = typename M::Value;
   V kept = m.new_list();
-  std::vector<value_told::Call<M>> met;
+  value_told::MetCalls<M> met;
   m.lend_items(steps, [&](const V& step) {
     const auto call = value_told::plain_call(m, step);
     bool repeat = false;
