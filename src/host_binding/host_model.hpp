@@ -102,6 +102,10 @@ class HostModel {
   // The text of a tool or action as a table key; a text the host cannot
   // write as UTF-8 names no row.
   std::string key_text(const Object& v) const {
+    // An exact ASCII text, as tools and actions are, is its own UTF-8.
+    PyObject* o = v.get();
+    if (PyUnicode_CheckExact(o) && PyUnicode_IS_ASCII(o))
+      return {static_cast<const char*>(PyUnicode_DATA(o)), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o))};
     Object text = text_form(v);
     Py_ssize_t size = 0;
     const char* utf8 = PyUnicode_AsUTF8AndSize(text.get(), &size);
