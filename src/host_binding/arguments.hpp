@@ -25,7 +25,9 @@ struct Arguments {
   std::array<PyObject*, max_parameters> values{};  // borrowed; None for an absent optional
   Object keywords;                                 // the **kwargs dict, when collected
 
-  Object operator[](std::size_t i) const { return Object::borrow(values[i]); }
+  // Lent, as the caller lends them: it holds its arguments until the call
+  // returns, so no host code run meanwhile can free one.
+  Lent operator[](std::size_t i) const { return Lent(values[i]); }
 };
 
 // Fills `out` from a vectorcall; raises the host's TypeError and returns
