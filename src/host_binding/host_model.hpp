@@ -343,7 +343,8 @@ class HostModel {
   }
   Object cut(const Object& list, std::size_t n) const {
     const auto end = static_cast<Py_ssize_t>(n);
-    if (PyList_GET_SIZE(list.get()) > end) check(PyList_SetSlice(list.get(), end, PyList_GET_SIZE(list.get()), nullptr));
+    const Py_ssize_t size = PyList_GET_SIZE(list.get());
+    if (size > end) check(PyList_SetSlice(list.get(), end, size, nullptr));
     return list;
   }
   Object but_last(const Object& v) const {
