@@ -123,11 +123,8 @@ class HostModel {
   bool equals_int(const Object& v, long long n) const { return compare_int(v, n, Py_EQ); }
   bool less_than_int(const Object& v, long long n) const { return compare_int(v, n, Py_LT); }
   bool size_greater(std::size_t n, const Object& v) const {
-    if (PyLong_CheckExact(v.get())) {
-      int overflow = 0;
-      const long long k = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
-      if (!overflow) return static_cast<long long>(n) > k;
-    }
+    if (PyLong_CheckExact(v.get()))
+      if (const auto k = exact_int_value(v.get())) return static_cast<long long>(n) > *k;
     Object size = make_int(static_cast<long long>(n));
     const int r = PyObject_RichCompareBool(size.get(), v.get(), Py_GT);
     check(r);
@@ -607,14 +604,24 @@ class HostModel {
     return Object::steal(PyUnicode_FromStringAndSize(digits, end - digits));
   }
 
+  // The value of an exact int, if it fits a long long.  The ints the logic
+  // compares (counts, limits) fit one digit of the int's own storage, which
+  // is read without a call.
+  static std::optional<long long> exact_int_value(PyObject* o) {
+    auto* small = reinterpret_cast<PyLongObject*>(o);
+    if (PyUnstable_Long_IsCompact(small)) return PyUnstable_Long_CompactValue(small);
+    int overflow = 0;
+    const long long k = PyLong_AsLongLongAndOverflow(o, &overflow);
+    if (overflow) return std::nullopt;
+    return k;
+  }
+
   bool compare_int(const Object& v, long long n, int op) const {
     PyObject* o = v.get();
     if (o == Py_None) {
       if (op == Py_EQ) return false;
     } else if (PyLong_CheckExact(o)) {
-      int overflow = 0;
-      const long long k = PyLong_AsLongLongAndOverflow(o, &overflow);
-      if (!overflow) return op == Py_EQ ? k == n : k < n;
+      if (const auto k = exact_int_value(o)) return op == Py_EQ ? *k == n : *k < n;
     }
     Object other = make_int(n);
     const int r = PyObject_RichCompareBool(o, other.get(), op);
