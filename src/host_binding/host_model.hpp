@@ -438,7 +438,16 @@ class HostModel {
     PyObject* o = v.get();
     return PyUnicode_CheckExact(o) && PyUnicode_KIND(o) != PyUnicode_4BYTE_KIND;
   }
-  std::size_t text_hash(const Object& v) const { return static_cast<std::size_t>(PyObject_Hash(v.get())); }
+  // A text keeps its hash once worked out (the host's keys, and any text
+  // it hashed before), which is then read without a call.
+  std::size_t text_hash(const Object& v) const {
+#if PY_VERSION_HEX >= 0x030F0000
+    const Py_hash_t kept = PyUnstable_Unicode_GET_CACHED_HASH(v.get());
+#else
+    const Py_hash_t kept = _PyASCIIObject_CAST(v.get())->hash;
+#endif
+    return static_cast<std::size_t>(kept != -1 ? kept : PyObject_Hash(v.get()));
+  }
   bool equal_without_host_code(const Object& a, const Object& b) const {
     const int r = PyObject_RichCompareBool(a.get(), b.get(), Py_EQ);
     check(r);
