@@ -24,7 +24,8 @@ namespace next_steps {
 template <class M>
 typename M::Value deduplicated(M& m, const typename M::Value& steps) {
   using V = typename M::Value;
-  if (may_take_value_told_repeats(m, steps)) return value_told_repeats(m, steps);
+  value_told::Calls<M> calls;
+  if (may_take_value_told_repeats(m, steps, calls)) return value_told_repeats(m, steps, calls);
   V kept = m.new_list();
   std::unordered_set<std::string> seen;
   m.for_each_item(steps, [&](const V& step) {
