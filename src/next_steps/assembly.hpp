@@ -14,6 +14,7 @@
 #include "next_steps/fast/value_told_repeats.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
+#include "next_steps/usual.hpp"
 
 namespace next_steps {
 
@@ -50,19 +51,29 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     const V given = m.is_null(arguments) ? m.new_dict() : arguments;
     const auto signals = m.template resolve<Fn::signals>();
     const V signal = m.invoke(signals, response, tool, action, given);
-    const V usual = m.template call<Fn::usual>(response, tool, action, given);
+    const auto usual = m.template resolve<Fn::usual>();
     // The module's own functions hand back new lists that nothing else
-    // holds: the usual steps join the signals' list itself, and the list
-    // without repeats is cut where it stands, instead of each being copied
-    // first.  A list from any other function is read as Python would read
-    // it, list() and len() of it at the places they are asked.
+    // holds: the usual steps join the signals' list itself (the own usual
+    // adds them there as it makes them), and the list without repeats is
+    // cut where it stands, instead of each being copied first.  A list from
+    // any other function is read as Python would read it, list() and len()
+    // of it at the places they are asked.
     std::optional<std::size_t> signalled;
-    if (signals.own) signalled = m.length(signal);
-    V all = signals.own ? signal : m.list_of(signal);
-    m.for_each_item(usual, [&](const V& step) {
-      m.append(all, step);
-      return true;
-    });
+    V all;
+    if (signals.own) {
+      signalled = m.length(signal);
+      all = signal;
+    }
+    if (signals.own && usual.own) {
+      add_usual(m, all, response, tool, action, given);
+    } else {
+      const V usual_steps = m.invoke(usual, response, tool, action, given);
+      if (!signals.own) all = m.list_of(signal);
+      m.for_each_item(usual_steps, [&](const V& step) {
+        m.append(all, step);
+        return true;
+      });
+    }
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
     if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
     const V kept = m.invoke(deduplicated, all);
