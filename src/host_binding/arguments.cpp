@@ -29,8 +29,9 @@ bool missing(const Signature& sig, const std::vector<const char*>& names, const 
 // then its length and bytes say it: the answer the host's comparison gives,
 // without its call (most keys differ from a name in length).
 bool is_named(PyObject* key, const char* name, std::size_t length) {
-  return static_cast<std::size_t>(PyUnicode_GET_LENGTH(key)) == length && PyUnicode_IS_ASCII(key) &&
-         std::memcmp(PyUnicode_DATA(key), name, length) == 0;
+  if (static_cast<std::size_t>(PyUnicode_GET_LENGTH(key)) != length || !PyUnicode_IS_ASCII(key)) return false;
+  const char* text = static_cast<const char*>(PyUnicode_DATA(key));
+  return text[0] == name[0] && std::memcmp(text, name, length) == 0;
 }
 
 }  // namespace
