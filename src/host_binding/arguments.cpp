@@ -1,5 +1,6 @@
 #include "host_binding/arguments.hpp"
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,18 +24,14 @@ bool missing(const Signature& sig, const std::vector<const char*>& names, const 
   return false;
 }
 
-// Whether a keyword of the call is the parameter `name`.  The names are
-// ASCII, so only an ASCII key can equal one, and then its bytes say it: the
-// answer the host's comparison gives, without its call or a count of the
-// name's length (most keys differ from a name at their first byte).
-bool is_named(PyObject* key, const char* name) {
-  if (!PyUnicode_IS_ASCII(key)) return false;
+// Whether a keyword of the call is the parameter `name` of `length`
+// characters.  The names are ASCII, so only an ASCII key can equal one, and
+// then its length and bytes say it: the answer the host's comparison gives,
+// without its call (most keys differ from a name in length).
+bool is_named(PyObject* key, const char* name, std::size_t length) {
+  if (static_cast<std::size_t>(PyUnicode_GET_LENGTH(key)) != length || !PyUnicode_IS_ASCII(key)) return false;
   const char* text = static_cast<const char*>(PyUnicode_DATA(key));
-  const Py_ssize_t length = PyUnicode_GET_LENGTH(key);
-  Py_ssize_t i = 0;
-  for (; i < length && name[i]; ++i)
-    if (text[i] != name[i]) return false;
-  return i == length && !name[i];
+  return text[0] == name[0] && std::memcmp(text, name, length) == 0;
 }
 
 }  // namespace
@@ -52,7 +49,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     std::size_t slot = 0;
     bool found = false;
     for (const char* name : sig.positional) {
-      if (is_named(key, name)) {
+      if (is_named(key, name, sig.lengths[slot])) {
         if (out.values[slot]) {
           PyErr_Format(PyExc_TypeError, "%s() got multiple values for argument '%s'", sig.function, name);
           return false;
@@ -64,7 +61,7 @@ bool parse(const Signature& sig, PyObject* const* args, Py_ssize_t nargs, PyObje
     }
     if (!found)
       for (const char* name : sig.keyword_only) {
-        if (is_named(key, name)) {
+        if (is_named(key, name, sig.lengths[slot])) {
           found = true;
           ++keyword_only_given;
           break;

@@ -5,11 +5,17 @@
 
 #include <array>
 #include <initializer_list>
+#include <string>
 #include <string_view>
 
 #include "host_binding/object.hpp"
 
 namespace host {
+
+inline constexpr std::size_t max_parameters = 6;
+
+struct Signature;
+constexpr std::array<std::size_t, max_parameters> name_lengths(const Signature& s);
 
 struct Signature {
   const char* function;
@@ -17,15 +23,27 @@ struct Signature {
   std::initializer_list<const char*> keyword_only;
   bool keyword_only_required = false;  // else each defaults to None
   const char* collected_keywords = nullptr;  // the name of **kwargs, if any
+  // The parameters' names' lengths, the positional ones first: a keyword
+  // of another length is not the parameter.
+  std::array<std::size_t, max_parameters> lengths = name_lengths(*this);
 };
 
-inline constexpr std::size_t max_parameters = 6;
+constexpr std::array<std::size_t, max_parameters> name_lengths(const Signature& s) {
+  std::array<std::size_t, max_parameters> lengths{};
+  std::size_t i = 0;
+  for (auto names : {s.positional, s.keyword_only})
+    for (const char* name : names)
+      if (i < max_parameters) lengths[i++] = std::char_traits<char>::length(name);
+  return lengths;
+}
 
 struct Arguments {
   std::array<PyObject*, max_parameters> values{};  // borrowed; None for an absent optional
   Object keywords;                                 // the **kwargs dict, when collected
 
-  Object operator[](std::size_t i) const { return Object::borrow(values[i]); }
+  // Lent, as the caller lends them: it holds its arguments until the call
+  // returns, so no host code run meanwhile can free one.
+  Lent operator[](std::size_t i) const { return Lent(values[i]); }
 };
 
 // Fills `out` from a vectorcall; raises the host's TypeError and returns

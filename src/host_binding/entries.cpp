@@ -65,29 +65,29 @@ constexpr Signature size_sig{named(ns::Fn::encoded_size), {"value"}, {}};
 constexpr Signature symbols_sig{"suggest_symbols", {"response", "repository", "wanted", "action"}, {}};
 constexpr Signature paths_sig{"suggest_paths", {"response", "repository", "wanted", "action"}, {}};
 
-Object run_step(HostModel& m, Arguments& a) { return ns::make_step(m, a[0], a[1], a.keywords); }
-Object run_finish(HostModel& m, Arguments& a) { return ns::finish_answer(m, a[0], a[1], a[2], a[3], a[4]); }
-Object run_copy(HostModel& m, Arguments& a) { return ns::without_null_fields(m, a[0]); }
-Object run_add(HostModel& m, Arguments& a) { return ns::add_next_steps(m, a[0], a[1], a[2], a[3]); }
-Object run_signals(HostModel& m, Arguments& a) { return ns::signals(m, a[0], a[1], a[2], a[3]); }
+Object run_step(HostModel& m, Arguments& a) { return ns::make_step(m, *a[0], *a[1], a.keywords); }
+Object run_finish(HostModel& m, Arguments& a) { return ns::finish_answer(m, *a[0], *a[1], *a[2], *a[3], *a[4]); }
+Object run_copy(HostModel& m, Arguments& a) { return ns::without_null_fields(m, *a[0]); }
+Object run_add(HostModel& m, Arguments& a) { return ns::add_next_steps(m, *a[0], *a[1], *a[2], *a[3]); }
+Object run_signals(HostModel& m, Arguments& a) { return ns::signals(m, *a[0], *a[1], *a[2], *a[3]); }
 // A signal function's one argument, read a field at a time.
-ns::KnownMapping<HostModel> known(HostModel& m, Arguments& a) { return {m, a[0]}; }
+ns::KnownMapping<HostModel> known(HostModel& m, Arguments& a) { return {m, *a[0]}; }
 Object run_meaning(HostModel& m, Arguments& a) { return ns::search_by_meaning(m, known(m, a)); }
 Object run_explore(HostModel& m, Arguments& a) { return ns::ask_explore(m, known(m, a)); }
 Object run_blast(HostModel& m, Arguments& a) { return ns::blast_radius(m, known(m, a)); }
 Object run_untested(HostModel& m, Arguments& a) { return ns::untested(m, known(m, a)); }
-Object run_usual(HostModel& m, Arguments& a) { return ns::usual(m, a[0], a[1], a[2], a[3]); }
-Object run_hit_count(HostModel& m, Arguments& a) { return ns::hit_count(m, a[0]); }
-Object run_taken(HostModel& m, Arguments& a) { return ns::taken(m, a[0], a[1], a[2]); }
-Object run_scope(HostModel& m, Arguments& a) { return ns::tests_scope(m, a[0], a[1]); }
-Object run_files(HostModel& m, Arguments& a) { return ns::answer_files(m, a[0], a[1]); }
-Object run_code_hit(HostModel& m, Arguments& a) { return ns::is_code_hit(m, a[0]); }
-Object run_dedup(HostModel& m, Arguments& a) { return ns::deduplicated(m, a[0]); }
-Object run_share(HostModel& m, Arguments& a) { return ns::within_share(m, a[0], a[1], a[2]); }
-Object run_hint_size(HostModel& m, Arguments& a) { return m.make_int(ns::hint_size(m, a[0])); }
-Object run_size(HostModel& m, Arguments& a) { return m.make_int(ns::encoded_size(m, a[0])); }
-Object run_symbols(HostModel& m, Arguments& a) { return ns::suggest_symbols(m, a[0], a[1], a[2], a[3]); }
-Object run_paths(HostModel& m, Arguments& a) { return ns::suggest_paths(m, a[0], a[1], a[2], a[3]); }
+Object run_usual(HostModel& m, Arguments& a) { return ns::usual(m, *a[0], *a[1], *a[2], *a[3]); }
+Object run_hit_count(HostModel& m, Arguments& a) { return ns::hit_count(m, *a[0]); }
+Object run_taken(HostModel& m, Arguments& a) { return ns::taken(m, *a[0], *a[1], *a[2]); }
+Object run_scope(HostModel& m, Arguments& a) { return ns::tests_scope(m, *a[0], *a[1]); }
+Object run_files(HostModel& m, Arguments& a) { return ns::answer_files(m, *a[0], *a[1]); }
+Object run_code_hit(HostModel& m, Arguments& a) { return ns::is_code_hit(m, *a[0]); }
+Object run_dedup(HostModel& m, Arguments& a) { return ns::deduplicated(m, *a[0]); }
+Object run_share(HostModel& m, Arguments& a) { return ns::within_share(m, *a[0], *a[1], *a[2]); }
+Object run_hint_size(HostModel& m, Arguments& a) { return m.make_int(ns::hint_size(m, *a[0])); }
+Object run_size(HostModel& m, Arguments& a) { return m.make_int(ns::encoded_size(m, *a[0])); }
+Object run_symbols(HostModel& m, Arguments& a) { return ns::suggest_symbols(m, *a[0], *a[1], *a[2], *a[3]); }
+Object run_paths(HostModel& m, Arguments& a) { return ns::suggest_paths(m, *a[0], *a[1], *a[2], *a[3]); }
 
 // A function's line of the table: the signature its calls are parsed by,
 // what it runs, its docstring (the signature line is added from the

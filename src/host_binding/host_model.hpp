@@ -102,6 +102,10 @@ class HostModel {
   // The text of a tool or action as a table key; a text the host cannot
   // write as UTF-8 names no row.
   std::string key_text(const Object& v) const {
+    // An exact ASCII text, as tools and actions are, is its own UTF-8.
+    PyObject* o = v.get();
+    if (PyUnicode_CheckExact(o) && PyUnicode_IS_ASCII(o))
+      return {static_cast<const char*>(PyUnicode_DATA(o)), static_cast<std::size_t>(PyUnicode_GET_LENGTH(o))};
     Object text = text_form(v);
     Py_ssize_t size = 0;
     const char* utf8 = PyUnicode_AsUTF8AndSize(text.get(), &size);
@@ -119,11 +123,8 @@ class HostModel {
   bool equals_int(const Object& v, long long n) const { return compare_int(v, n, Py_EQ); }
   bool less_than_int(const Object& v, long long n) const { return compare_int(v, n, Py_LT); }
   bool size_greater(std::size_t n, const Object& v) const {
-    if (PyLong_CheckExact(v.get())) {
-      int overflow = 0;
-      const long long k = PyLong_AsLongLongAndOverflow(v.get(), &overflow);
-      if (!overflow) return static_cast<long long>(n) > k;
-    }
+    if (PyLong_CheckExact(v.get()))
+      if (const auto k = exact_int_value(v.get())) return static_cast<long long>(n) > *k;
     Object size = make_int(static_cast<long long>(n));
     const int r = PyObject_RichCompareBool(size.get(), v.get(), Py_GT);
     check(r);
@@ -337,6 +338,12 @@ class HostModel {
     if (PyList_CheckExact(v.get())) return Object::steal(PyList_GetSlice(v.get(), 0, end));
     return cut_at(v, end);
   }
+  Object cut(const Object& list, std::size_t n) const {
+    const auto end = static_cast<Py_ssize_t>(n);
+    const Py_ssize_t size = PyList_GET_SIZE(list.get());
+    if (size > end) check(PyList_SetSlice(list.get(), end, size, nullptr));
+    return list;
+  }
   Object but_last(const Object& v) const {
     if (PyList_CheckExact(v.get()))
       return Object::steal(PyList_GetSlice(v.get(), 0, std::max<Py_ssize_t>(PyList_GET_SIZE(v.get()) - 1, 0)));
@@ -431,7 +438,16 @@ class HostModel {
     PyObject* o = v.get();
     return PyUnicode_CheckExact(o) && PyUnicode_KIND(o) != PyUnicode_4BYTE_KIND;
   }
-  std::size_t text_hash(const Object& v) const { return static_cast<std::size_t>(PyObject_Hash(v.get())); }
+  // A text keeps its hash once worked out (the host's keys, and any text
+  // it hashed before), which is then read without a call.
+  std::size_t text_hash(const Object& v) const {
+#if PY_VERSION_HEX >= 0x030F0000
+    const Py_hash_t kept = PyUnstable_Unicode_GET_CACHED_HASH(v.get());
+#else
+    const Py_hash_t kept = _PyASCIIObject_CAST(v.get())->hash;
+#endif
+    return static_cast<std::size_t>(kept != -1 ? kept : PyObject_Hash(v.get()));
+  }
   bool equal_without_host_code(const Object& a, const Object& b) const {
     const int r = PyObject_RichCompareBool(a.get(), b.get(), Py_EQ);
     check(r);
@@ -597,14 +613,24 @@ class HostModel {
     return Object::steal(PyUnicode_FromStringAndSize(digits, end - digits));
   }
 
+  // The value of an exact int, if it fits a long long.  The ints the logic
+  // compares (counts, limits) fit one digit of the int's own storage, which
+  // is read without a call.
+  static std::optional<long long> exact_int_value(PyObject* o) {
+    auto* small = reinterpret_cast<PyLongObject*>(o);
+    if (PyUnstable_Long_IsCompact(small)) return PyUnstable_Long_CompactValue(small);
+    int overflow = 0;
+    const long long k = PyLong_AsLongLongAndOverflow(o, &overflow);
+    if (overflow) return std::nullopt;
+    return k;
+  }
+
   bool compare_int(const Object& v, long long n, int op) const {
     PyObject* o = v.get();
     if (o == Py_None) {
       if (op == Py_EQ) return false;
     } else if (PyLong_CheckExact(o)) {
-      int overflow = 0;
-      const long long k = PyLong_AsLongLongAndOverflow(o, &overflow);
-      if (!overflow) return op == Py_EQ ? k == n : k < n;
+      if (const auto k = exact_int_value(o)) return op == Py_EQ ? *k == n : *k < n;
     }
     Object other = make_int(n);
     const int r = PyObject_RichCompareBool(o, other.get(), op);

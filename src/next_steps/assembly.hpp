@@ -14,6 +14,7 @@
 #include "next_steps/fast/value_told_repeats.hpp"
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
+#include "next_steps/usual.hpp"
 
 namespace next_steps {
 
@@ -24,7 +25,8 @@ namespace next_steps {
 template <class M>
 typename M::Value deduplicated(M& m, const typename M::Value& steps) {
   using V = typename M::Value;
-  if (may_take_value_told_repeats(m, steps)) return value_told_repeats(m, steps);
+  value_told::Calls<M> calls;
+  if (may_take_value_told_repeats(m, steps, calls)) return value_told_repeats(m, steps, calls);
   V kept = m.new_list();
   std::unordered_set<std::string> seen;
   m.for_each_item(steps, [&](const V& step) {
@@ -47,18 +49,40 @@ typename M::Value add_next_steps(M& m, const typename M::Value& response, const 
     steps = m.list_of(own);
   } else {
     const V given = m.is_null(arguments) ? m.new_dict() : arguments;
-    const V signal = m.template call<Fn::signals>(response, tool, action, given);
-    const V usual = m.template call<Fn::usual>(response, tool, action, given);
-    V all = m.list_of(signal);
-    m.for_each_item(usual, [&](const V& step) {
-      m.append(all, step);
-      return true;
-    });
+    const auto signals = m.template resolve<Fn::signals>();
+    const V signal = m.invoke(signals, response, tool, action, given);
+    const auto usual = m.template resolve<Fn::usual>();
+    // The module's own functions hand back new lists that nothing else
+    // holds: the usual steps join the signals' list itself (the own usual
+    // adds them there as it makes them), and the list without repeats is
+    // cut where it stands, instead of each being copied first.  A list from
+    // any other function is read as Python would read it, list() and len()
+    // of it at the places they are asked.
+    std::optional<std::size_t> signalled;
+    V all;
+    if (signals.own) {
+      signalled = m.length(signal);
+      all = signal;
+    }
+    if (signals.own && usual.own) {
+      add_usual(m, all, response, tool, action, given);
+    } else {
+      const V usual_steps = m.invoke(usual, response, tool, action, given);
+      if (!signals.own) all = m.list_of(signal);
+      m.for_each_item(usual_steps, [&](const V& step) {
+        m.append(all, step);
+        return true;
+      });
+    }
     const auto deduplicated = m.template resolve<Fn::deduplicated>();
     if (!deduplicated.own) m.made_steps().forget();  // the steps are handed on
-    steps = m.head(m.invoke(deduplicated, all), static_cast<std::size_t>(max_steps));
-    const std::size_t signalled = m.length(signal);
-    keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(signalled), max_steps));
+    const V kept = m.invoke(deduplicated, all);
+    if (deduplicated.own)
+      steps = m.cut(kept, static_cast<std::size_t>(max_steps));
+    else
+      steps = m.head(kept, static_cast<std::size_t>(max_steps));
+    if (!signalled) signalled = m.length(signal);
+    keep = std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(*signalled), max_steps));
   }
   steps = m.template call<Fn::within_share>(response, steps, m.make_int(keep));
   if (m.truthy(steps)) m.set_item(response, Name::next_steps, steps);

@@ -315,6 +315,10 @@ class NativeModel {
     const auto& items = v->items;
     return json::list({items.begin(), items.begin() + static_cast<std::ptrdiff_t>(std::min(n, items.size()))});
   }
+  Json cut(const Json& list, std::size_t n) const {
+    if (list->items.size() > n) list->items.resize(n);
+    return list;
+  }
   Json but_last(const Json& v) const { return head(v, v->items.empty() ? 0 : v->items.size() - 1); }
   Json without_repeats(const Json& list) const {
     std::vector<Json> kept;

@@ -74,6 +74,8 @@ concept ValueModel = requires(M& m, const typename M::Value& v, std::string& tex
   { m.new_list() } -> std::same_as<typename M::Value>;
   { m.list_of(v) } -> std::same_as<typename M::Value>;         // list(iterable)
   { m.head(v, std::size_t{}) } -> std::same_as<typename M::Value>;  // seq[:n]
+  // del list[n:] of an exact list that this call made and alone holds, which it returns
+  { m.cut(v, std::size_t{}) } -> std::same_as<typename M::Value>;
   { m.but_last(v) } -> std::same_as<typename M::Value>;  // seq[:-1]
   { m.without_repeats(v) } -> std::same_as<typename M::Value>;  // list(dict.fromkeys(list))
   // A new dict or list with the same entries or items, or none where the

@@ -2,6 +2,8 @@
 // file no test covers), chosen by tool and action.
 #pragma once
 
+#include <utility>
+
 #include "next_steps/model.hpp"
 #include "next_steps/tables.hpp"
 #include "next_steps/usual.hpp"
@@ -104,7 +106,8 @@ typename M::Value signals(M& m, const typename M::Value& response, const typenam
   auto query = asked_or_answered(m, response, arguments, Name::query);
   auto fqn = asked_or_answered(m, response, arguments, Name::fqn);
   auto path = m.get(arguments, Name::path);
-  auto step = run_signal(m, *signal, KnownValues<M>{hits, query, fqn, path, action});
+  const KnownValues<M> known{std::move(hits), std::move(query), std::move(fqn), std::move(path), action};
+  auto step = run_signal(m, *signal, known);
   if (!m.is_null(step)) m.append(found, step);
   return found;
 }

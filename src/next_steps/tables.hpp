@@ -155,8 +155,18 @@ inline constexpr std::array hit_lists = {Name::symbols, Name::results,      Name
 inline constexpr auto hint_keys =
     std::to_array<std::string_view>({"tip", "next_steps", "note", "notes", "tips", "hints", "hint"});
 
-// Whether a key's text is a hint field's; most keys differ in length alone.
+// The lengths of the hint fields' names, a bit each.
+constexpr std::uint64_t hint_key_lengths() {
+  std::uint64_t lengths = 0;
+  for (std::string_view key : hint_keys) lengths |= std::uint64_t{1} << key.size();
+  return lengths;
+}
+static_assert(std::ranges::all_of(hint_keys, [](std::string_view key) { return key.size() < 64; }));
+
+// Whether a key's text is a hint field's; most keys differ in length alone,
+// which one test of a bit tells.
 constexpr bool is_hint_key_text(std::string_view text) {
+  if (text.size() >= 64 || !(hint_key_lengths() >> text.size() & 1)) return false;
   for (std::string_view key : hint_keys)
     if (key.size() == text.size() && key == text) return true;
   return false;

@@ -65,6 +65,20 @@ constexpr std::array<std::uint8_t, 256> make_escape_extra() {
 }
 inline constexpr auto escape_extra = make_escape_extra();
 
+inline constexpr std::uint64_t low_bits = 0x0101010101010101, high_bits = 0x8080808080808080;
+
+// Whether one of eight code points below U+0100 is escaped: below U+0020,
+// or `"` or `\`.  Each is told by its low seven bits (below 0x20, or equal
+// to one of the two after an exclusive or), sums that carry into no other
+// byte, and the top bit clear.
+constexpr bool has_escaped_byte(std::uint64_t word) {
+  const std::uint64_t low = word & ~high_bits;
+  const std::uint64_t at_least_space = low + 0x60 * low_bits;  // top bit set from 0x20 on
+  const std::uint64_t not_quote = (low ^ ('"' * low_bits)) + 0x7F * low_bits;  // top bit set unless 0x22
+  const std::uint64_t not_backslash = (low ^ ('\\' * low_bits)) + 0x7F * low_bits;
+  return (~(at_least_space & not_quote & not_backslash) & ~word & high_bits) != 0;
+}
+
 // Bytes beyond one per code point: escapes and multi-byte UTF-8.
 template <class Char>
 std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
@@ -73,7 +87,20 @@ std::size_t extra_bytes(const Char* s, std::size_t n, bool& surrogate) {
     // A one-byte text's every code point has its extra bytes in the table
     // (U+0080 to U+00FF take one), so its loop has no branch to mispredict
     // and nothing to tell apart: most texts of an answer are of this width.
-    for (std::size_t i = 0; i < n; ++i) extra += escape_extra[s[i]];
+    // Eight at a time, most take nothing but their second UTF-8 bytes
+    // (counted from their top bits), so only eight that hold an escaped
+    // code point are looked up one by one.
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+      std::uint64_t word;
+      std::memcpy(&word, s + i, 8);
+      if (has_escaped_byte(word)) {
+        for (std::size_t j = i; j < i + 8; ++j) extra += escape_extra[s[j]];
+      } else {
+        extra += static_cast<std::size_t>((((word & high_bits) >> 7) * low_bits) >> 56);
+      }
+    }
+    for (; i < n; ++i) extra += escape_extra[s[i]];
     return extra;
   }
   for (std::size_t i = 0; i < n; ++i) {

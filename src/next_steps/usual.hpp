@@ -113,14 +113,15 @@ bool no_hits(M& m, const Row& row, const typename M::Value& response) {
   return m.equals_int(m.template call<Fn::hit_count>(response), 0);
 }
 
+// The usual follow-ups appended to `steps`, a list that this call made and
+// alone holds.
 template <class M>
-typename M::Value usual(M& m, const typename M::Value& response, const typename M::Value& tool,
-                        const typename M::Value& action, const typename M::Value& arguments) {
+void add_usual(M& m, const typename M::Value& steps, const typename M::Value& response,
+               const typename M::Value& tool, const typename M::Value& action, const typename M::Value& arguments) {
   using V = typename M::Value;
-  V steps = m.new_list();
   const Row* row = find_row(row_key(m, tool, action));
   if (!row) row = find_row(m.key_text(tool));
-  if (!row) return steps;
+  if (!row) return;
   const bool no_hits = next_steps::no_hits(m, *row, response);
   for (unsigned char index : row->items()) {
     const HintRecord& hint = hint_records[index];
@@ -141,6 +142,13 @@ typename M::Value usual(M& m, const typename M::Value& response, const typename 
     }
     m.append(steps, make_step(m, m.literal(hint.tool), m.literal(hint.reason), args));
   }
+}
+
+template <class M>
+typename M::Value usual(M& m, const typename M::Value& response, const typename M::Value& tool,
+                        const typename M::Value& action, const typename M::Value& arguments) {
+  auto steps = m.new_list();
+  add_usual(m, steps, response, tool, action, arguments);
   return steps;
 }
 

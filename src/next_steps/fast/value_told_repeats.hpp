@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "next_steps/model.hpp"
@@ -56,6 +57,28 @@ std::optional<std::size_t> call_hash(M& m, const typename M::Value& tool, const 
   return m.text_hash(tool) ^ entries_hash_sum;
 }
 
+// The steps' calls, in the order of the steps.  A call makes a handful of
+// steps, whose calls are kept in place: only a longer list's take memory.
+template <class M>
+class Calls {
+ public:
+  std::size_t size() const { return size_; }
+  const Call<M>& operator[](std::size_t i) const { return i < near_calls ? near_[i] : more_[i - near_calls]; }
+  void push_back(Call<M>&& call) {
+    if (size_ < near_calls)
+      near_[size_] = std::move(call);
+    else
+      more_.push_back(std::move(call));
+    ++size_;
+  }
+
+ private:
+  static constexpr std::size_t near_calls = 6;
+  Call<M> near_[near_calls];
+  std::vector<Call<M>> more_;
+  std::size_t size_ = 0;
+};
+
 // A step's call when the step is plain: a dict keyed by exact BMP texts
 // whose call call_hash can hash.  A step this call made and still knows is
 // such a dict, holding the fields it was made of: it is not scanned for
@@ -89,31 +112,41 @@ std::optional<Call<M>> plain_call(M& m, const typename M::Value& step) {
 namespace next_steps {
 
 // Whether the repeats of `steps` may be told by value: a plain list or
-// tuple (its items read without host code) of plain steps.
+// tuple (its items read without host code) of plain steps.  Each step's
+// call, worked out for the guard, is kept in `calls` for the variant:
+// nothing runs between them that could change a step.
 template <class M>
-bool may_take_value_told_repeats(M& m, const typename M::Value& steps) {
+bool may_take_value_told_repeats(M& m, const typename M::Value& steps, value_told::Calls<M>& calls) {
   if (!m.shortcut(Shortcut::value_told_repeats)) return false;
   if (!value_told::plain(m, steps, Kind::list) && !value_told::plain(m, steps, Kind::tuple)) return false;
   bool all = true;
-  m.lend_items(steps, [&](const auto& step) { return all = value_told::plain_call(m, step).has_value(); });
+  m.lend_items(steps, [&](const auto& step) {
+    auto call = value_told::plain_call(m, step);
+    all = call.has_value();
+    if (all) calls.push_back(std::move(*call));
+    return all;
+  });
   return all;
 }
 
-// deduplicated with each call compared by value with the ones met before
-// of the same hash.
+// deduplicated with each call compared by value with the ones before it of
+// the same hash.  Equality of these values is transitive, so a call equal
+// to a repeat equals the first of them too: comparing with every call
+// before it, kept or not, tells the same repeats as comparing with the
+// kept ones.  A step without a call kept (none is, here: the guard found
+// each) is kept.
 template <class M>
-typename M::Value value_told_repeats(M& m, const typename M::Value& steps) {
+typename M::Value value_told_repeats(M& m, const typename M::Value& steps, const value_told::Calls<M>& calls) {
   using V = typename M::Value;
   V kept = m.new_list();
-  std::vector<value_told::Call<M>> met;
+  std::size_t i = 0;
   m.lend_items(steps, [&](const V& step) {
-    const auto call = value_told::plain_call(m, step);
     bool repeat = false;
-    for (std::size_t i = 0; call && i < met.size() && !repeat; ++i)
-      repeat = met[i].hash == call->hash && m.equal_without_host_code(met[i].tool, call->tool) &&
-               m.equal_without_host_code(met[i].args, call->args);
-    if (call && !repeat) met.push_back(*call);
+    for (std::size_t before = 0; i < calls.size() && before < i && !repeat; ++before)
+      repeat = calls[before].hash == calls[i].hash && m.equal_without_host_code(calls[before].tool, calls[i].tool) &&
+               m.equal_without_host_code(calls[before].args, calls[i].args);
     if (!repeat) m.append(kept, step);
+    ++i;
     return true;
   });
   return kept;
