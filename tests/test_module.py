@@ -127,7 +127,10 @@ CHANGES = [  # name, what it is bound to, what the finished answer then is
     # Steps of their own are cut as steps[:MAX_STEPS] cuts them.
     ("_deduplicated", lambda steps: type("Cut", (list,), {"__getitem__": lambda self, at: [{"tool": repr(at)}]})(),
      lambda answer: answer["next_steps"] == [{"tool": repr(slice(None, MAX_STEPS))}]),
+    # and a list that the function still holds is left whole.
+    ("_deduplicated", lambda steps: HELD, lambda answer: answer["next_steps"] == HELD[:MAX_STEPS] != HELD),
 ]
+HELD = [{"tool": f"t{n}", "args": {}, "reason": "r"} for n in range(MAX_STEPS + 1)]
 
 
 @pytest.mark.parametrize("where", ["between calls", "in items()", "in a collaborator"])
