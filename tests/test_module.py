@@ -121,8 +121,8 @@ CHANGES = [  # name, what it is bound to, what the finished answer then is
     ("_encoded_size", lambda value: "many", TypeError),  # a size that is no int
     ("step", lambda tool, reason, **args: {"tool": tool, "args": args, "reason": "mine"},
      lambda answer: [s["reason"] for s in answer["next_steps"]] == ["mine", "Every use of it"]),
-    # The budget measures the steps it is handed, lengthened by a rebound de-duplication.
-    ("_deduplicated", lambda steps: [steps[0], dict(steps[1], reason="r" * 1000)],
+    # The budget measures the steps it is handed, lengthened in place by a rebound de-duplication.
+    ("_deduplicated", lambda steps: [steps[0], steps[1].update(reason="r" * 1000) or steps[1]],
      lambda answer: [s["tool"] for s in answer["next_steps"]] == ["quality"]),
     # Steps of their own are cut as steps[:MAX_STEPS] cuts them.
     ("_deduplicated", lambda steps: type("Cut", (list,), {"__getitem__": lambda self, at: [{"tool": repr(at)}]})(),
