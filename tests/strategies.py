@@ -102,7 +102,7 @@ HUGE_INT = Huge(LONG_INT)
 WIDE_INT = 10**400
 long_ints = st.builds(lambda sign: sign * LONG_INT, st.sampled_from([1, -1]))
 
-SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
+SPECIAL_CHARS = list("\x00\x01\x08\t\n\x0b\x0c\r\x1f\"\\/\x7f\x80\xff\u2028\u2029é\u07ff\u0800\uffff😀\U0010ffff")
 SPECIAL_FLOATS = [0.0, -0.0, 1.0, 0.1, 1e-4, 1e-05, 1.5e-05, 2.5e-07, 1e15, 1e16, 1e22, 123456789.0, 5e-324,
                   sys.float_info.max, -sys.float_info.max, float("nan"), float("inf"), float("-inf")]
 

@@ -56,6 +56,7 @@ TEST(TokenBytes, AreTheHostsCompactTokensInEveryStorageWidth) {
       {U"\u4E2D\u6587\u306E\u5B57\u7B26 mixed \u00FC", 26, false},
       {U"emoji \U0001F600 and \u4E2D and \u00E9", 27, false},
       {U"\x7F\x80\u07FF\u0800\uFFFF\U00010000", 17, false},  // each width's first and last
+      {U"\x7F\x80\xFF", 7, false},  // and the one-byte width's
       {lone_high, 20, true},
       {lone_low, 18, true},
   };
