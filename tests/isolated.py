@@ -64,8 +64,8 @@ def destroy(interpreter):
     else:
         _low.destroy(interpreter)
 
-# Small answers (the steps fit the floor) and answers of 8 KB, whose quiet
-# fields the module watches while it finishes them.
+# Small answers (the steps fit the floor) and answers of 8 KB, which the
+# module measures whole.
 ANSWERS = [(answer(kind, size), kind) for kind in KINDS for size in (300, 2_000, 8_000)]
 
 

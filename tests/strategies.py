@@ -172,7 +172,7 @@ def hard_containers(children):
 hard_values = st.recursive(hard_leaves, hard_containers, max_leaves=16)
 
 # Exact containers of ASCII texts, short ints, floats and nulls: the fields
-# a copy finds quiet, unless one hard value is planted deep inside.
+# the check walk may pass over, unless one hard value is planted deep inside.
 quiet_leaves = st.one_of(st.none(), st.booleans(), st.integers(-(10**6), 10**6), st.floats(allow_nan=False),
                          st.text("abcxyz_./ ", max_size=8))
 quiet_values = st.recursive(
