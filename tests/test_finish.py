@@ -59,10 +59,10 @@ def test_failures_escape_and_leave_the_tools_answer(ns, monkeypatch, add_freshne
     assert answer == snapshot
 
 
-def sources(monkeypatch, ns, signals, usual):
-    """Rebind the two step sources; returns the calls they receive."""
+def sources(monkeypatch, ns, signals, usual, rebound=("signals", "usual")):
+    """Rebind the step sources named; returns the calls they receive."""
     calls = []
-    for name, made in (("signals", signals), ("usual", usual)):
+    for name, made in [(name, made) for name, made in (("signals", signals), ("usual", usual)) if name in rebound]:
         monkeypatch.setattr(ns, f"_{name}", lambda *args, name=name, made=made: calls.append((name, *args)) or made)
     return calls
 
@@ -70,7 +70,9 @@ def sources(monkeypatch, ns, signals, usual):
 # The tool's own steps (when truthy) are kept as a new list, led by one kept
 # whatever its size; else the signals come first, repeats (argument order
 # and reason do not make another call) and steps past the cap go, and the
-# signals are kept whatever their size.
+# signals are kept whatever their size.  Either source may be the module's
+# own, which offers nothing for this answer; the lists that a rebound one
+# hands over stay as they are.
 BIG = a_step("big", "r" * HINT_FLOOR_BYTES)
 
 
@@ -82,8 +84,11 @@ BIG = a_step("big", "r" * HINT_FLOOR_BYTES)
                                                                 a_step("u")]),
      (None, [a_step("s")] * 5, [a_step("u")]), (None, [BIG], [a_step("u")]), (None, [], [])],
 )
-def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch, own, signals, usual):
-    calls, budget, own_budget = sources(monkeypatch, ns, signals, usual), [], ns._within_share
+@pytest.mark.parametrize("rebound", [("signals", "usual"), ("signals",), ("usual",)])
+def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch, own, signals, usual, rebound):
+    calls, budget, own_budget = sources(monkeypatch, ns, signals, usual, rebound), [], ns._within_share
+    signals, usual = (made if name in rebound else [] for name, made in (("signals", signals), ("usual", usual)))
+    handed = [list(signals), list(usual)]
 
     def within_share(response, steps, *, keep):
         budget.append((response is answer, dict(response), list(steps), keep))
@@ -93,8 +98,8 @@ def test_steps_are_the_tool_s_own_or_assembled_within_the_budget(ns, monkeypatch
     answer = {"a": 1, "next_steps": own, "b": 2}
     assert ns._add_next_steps(answer, "search", action="code") is answer
     steps, keep = (list(own), 1) if own else assembled(signals, usual)
-    assert budget == [(True, {"a": 1, "b": 2}, steps, keep)]
-    assert [call[0] for call in calls] == ([] if own else ["signals", "usual"])
+    assert budget == [(True, {"a": 1, "b": 2}, steps, keep)] and [signals, usual] == handed
+    assert [call[0] for call in calls] == ([] if own else list(rebound))
     kept = reference_within_share({"a": 1, "b": 2}, steps, keep)
     assert answer.get("next_steps") == (kept or None) and list(answer)[:2] == ["a", "b"]
     assert answer["next_steps"] is not own if own else not signals or answer["next_steps"][0] is signals[0]
