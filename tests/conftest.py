@@ -38,6 +38,17 @@ def own_functions():
             if isinstance(f, types.BuiltinFunctionType) and f.__module__ == MODULE_NAME}
 
 
+def same(a, b):
+    """Equal in types and in order throughout, leaves equal or the same object."""
+    if type(a) is not type(b):
+        return False
+    if isinstance(a, dict):
+        a, b = list(dict.items(a)), list(dict.items(b))
+    if isinstance(a, (list, tuple)):
+        return len(a) == len(b) and all(same(x, y) for x, y in zip(a, b))
+    return a is b or a == b or (a != a and b != b)
+
+
 @pytest.fixture(scope="session")
 def ns():
     return importlib.import_module(MODULE_NAME)

@@ -27,18 +27,10 @@ class WrongText:
         return 42  # str() refuses it with TypeError
 
 
-class Huge(int):
-    """An int too long for str(); its repr stays printable in reports."""
-
-    def __repr__(self):
-        return "Huge(...)"
-
-
+Huge = type("Huge", (int,), {"__repr__": lambda self: "Huge(...)"})  # too long for str(), printable in reports
 # Written as their own characters and value, whatever their str() or repr() says.
 Name = type("Name", (str,), {"__str__": lambda self: "not this"})
 Ratio = type("Ratio", (float,), {"__repr__": lambda self: "not this"})
-
-
 Level = enum.IntEnum("Level", {"LOW": 1, "HUGE": 2**80})
 Count = type("Count", (int,), {"__str__": lambda self: "not this", "__repr__": lambda self: "not this"})
 Answer = type("Answer", (dict,), {})
@@ -47,9 +39,7 @@ Rows = type("Rows", (list,), {})
 
 # Containers that answer for themselves: a walk or a lookup that reads their
 # storage instead of asking them gives another answer than the host's.
-class Reordered(dict):
-    def items(self):
-        return list(dict.items(self))[::-1]
+Reordered = type("Reordered", (dict,), {"items": lambda self: list(dict.items(self))[::-1]})
 
 
 class Unpaired(dict):
@@ -93,10 +83,8 @@ class Shuffled(list):
 
 OWN_CONTAINERS = [Reordered, Unpaired, Unpackable, Aliased, Shuffled]
 Pair = namedtuple("Pair", "first second")
-# Ints past the digit limit the host writes (4300 digits unless set), of
-# its own type and of a subclass, and one past a double's range that it writes.
-# An exact one has no printable repr, so strategies build it rather than
-# name it, and a failing example shows how it was built.
+# Ints past the host's digit limit for str() (an exact one is built by the
+# strategies, which a failing example then shows), and past a double's range.
 LONG_INT = 10 ** ((sys.get_int_max_str_digits() or 4300) + 1)
 HUGE_INT = Huge(LONG_INT)
 WIDE_INT = 10**400
@@ -146,8 +134,6 @@ poisons = st.one_of(
 
 SLOW = dict(deadline=None, suppress_health_check=[HealthCheck.too_slow])
 
-Tip = type("Tip", (str,), {})
-
 # --- answers that carry every value a shortcut's guard exists for
 
 LONE = ["\ud800", "\udbff", "\udc00", "\udfff"]
@@ -157,7 +143,7 @@ hard_texts = st.one_of(texts, lone_texts, lone_texts.map(Name))
 hard_ints = st.one_of(ints, long_ints, st.sampled_from([HUGE_INT, WIDE_INT, -WIDE_INT, 2**1024, True]))
 hard_leaves = st.one_of(st.none(), hard_ints, floats, hard_texts, others, poisons,
                         st.sampled_from([NoText(), WrongText()]))
-HINT_FIELDS = ["tip", "note", "notes", "hints", "next_steps", "Tip", Tip("tip")]
+HINT_FIELDS = ["tip", "note", "notes", "hints", "next_steps", "Tip", type("Tip", (str,), {})("tip")]
 hard_keys = st.one_of(keys, lone_texts, st.sampled_from(HINT_FIELDS))
 
 

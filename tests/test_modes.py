@@ -14,7 +14,7 @@ import typing
 from unittest import mock
 
 import pytest
-from conftest import MODULE_NAME, outcome, own_functions
+from conftest import MODULE_NAME, outcome, own_functions, same
 from hypothesis import event, example, given, settings
 from hypothesis import strategies as st
 from reference import compact_size, dedupe, hint_size, hit_count, plain_copy, within_share
@@ -75,17 +75,6 @@ def rebuilt(value):
         items = [rebuilt(item) for item in tuple.__iter__(value)]
         return type(value)(*items) if hasattr(type(value), "_fields") else type(value)(items)
     return value
-
-
-def same(a, b):
-    """Equal in types and in order throughout, leaves equal or the same object."""
-    if type(a) is not type(b):
-        return False
-    if isinstance(a, dict):
-        a, b = list(dict.items(a)), list(dict.items(b))
-    if isinstance(a, (list, tuple)):
-        return len(a) == len(b) and all(same(x, y) for x, y in zip(a, b))
-    return a is b or a == b or (a != a and b != b)
 
 
 # What a freshness collaborator may do to the copy it is handed: the edit,

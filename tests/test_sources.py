@@ -7,7 +7,7 @@ is read directly, the other through its lookups, and both must agree.
 import types
 
 import pytest
-from conftest import outcome
+from conftest import outcome, same
 from strategies import Aliased
 
 TEN = [f"f{i}.py" for i in range(10)]
@@ -118,13 +118,6 @@ SOURCES = [
 ]
 
 
-def in_order(value):
-    """The value with each dict as its list of entries, so that order counts."""
-    if isinstance(value, dict):
-        return [(key, in_order(item)) for key, item in value.items()]
-    return [in_order(item) for item in value] if isinstance(value, (list, tuple)) else value
-
-
 @pytest.mark.parametrize("function, args, expected", SOURCES)
 def test_sources(ns, code_kinds, function, args, expected):
     for given in (args, tuple(RO(arg) if type(arg) is dict else arg for arg in args)):
@@ -132,7 +125,7 @@ def test_sources(ns, code_kinds, function, args, expected):
         if isinstance(expected, type):
             assert made[0] is expected
             continue
-        assert in_order(made) == in_order(("value", expected))
+        assert same(made, ("value", expected))
         steps = [one for one in made[1] if isinstance(one, dict)] if isinstance(made[1], list) else []
         assert len({id(one["args"]) for one in steps}) == len(steps), "steps never share their arguments"
 
