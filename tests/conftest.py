@@ -8,9 +8,8 @@ import types
 import pytest
 from hypothesis import settings
 
-# Property tests that set no number of examples run as many as the profile
-# says: a few hundred here, many more in CI (HYPOTHESIS_PROFILE=ci).
-# "quick" (scripts/mutants) runs every property a quarter as long.
+# Examples per property: a few hundred here, many more in CI (profile "ci"),
+# a quarter for the mutants and the builds run for their compiler ("quick").
 settings.register_profile("dev", max_examples=200)
 settings.register_profile("ci", max_examples=3000)
 settings.register_profile("quick", max_examples=50)

@@ -1,9 +1,5 @@
-"""Fresh virtual environments, for the tests that install this project as its users do.
-
-They install the wheels and the source distribution that scripts/wheels
-leaves in dist/ (scripts/test builds them first), so what is tested is what
-is shipped.
-"""
+"""Fresh virtual environments, for the tests that install this project as its
+users do: from the wheels and the sdist that scripts/wheels leaves in dist/."""
 
 import shutil
 import subprocess
@@ -39,8 +35,7 @@ def sdist_files(sdist):
 
 
 def wheel_built_from(sdist, folder):
-    """The wheel pip builds from a copy of ``sdist`` in ``folder``, away from
-    this repository, as a user's ``pip install`` of it does; with the build's log."""
+    """The wheel a user's ``pip install`` builds from ``sdist``, copied away from here; with the build's log."""
     copy = shutil.copy(sdist, folder)
     done = subprocess.run(
         [sys.executable, "-m", "pip", "wheel", "--no-deps", "--disable-pip-version-check", "-v", "-w", str(folder), copy],
@@ -69,8 +64,7 @@ def _run(command):
 
 
 class Environment:
-    """A new virtual environment of the running Python, without pip of its own:
-    the tests' pip installs into it (``pip --python``), which is much quicker."""
+    """A new virtual environment without pip of its own (much quicker): the tests' pip installs into it."""
 
     def __init__(self, folder):
         venv.create(folder, with_pip=False)

@@ -1,13 +1,9 @@
 """Isolated interpreters for the tests, and the work they are given.
 
-From 3.14 on, the public `concurrent.interpreters` makes them; 3.12 and
-3.13 have only their low-level modules, named differently, which ask for an
-interpreter with a GIL of its own each in their own way: `create`, `run`
-and `destroy` hide that.  The rest is what every interpreter
-(the main one too) does with the module: finish the same answers, with its
-own functions and collaborators or with those that interpreter rebound.
-Each interpreter imports this file anew, so nothing in it is shared.
-"""
+From 3.14 on, `concurrent.interpreters` makes them; 3.12 and 3.13 have low-level
+modules of other names and ways, which `create`, `run` and `destroy` hide.
+Each interpreter (the main one too) imports this file anew, and finishes the
+same answers with its own bindings or with those it rebound."""
 
 import json
 import sys

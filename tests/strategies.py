@@ -1,6 +1,5 @@
-"""Hypothesis strategies that the tests share: values of every kind the
-module's walks meet, the values that the host's JSON writer refuses, and
-answers that carry every value a shortcut's guard exists for."""
+"""Hypothesis strategies that the tests share: values of every kind the walks
+meet or the host's JSON writer refuses, and answers that carry them."""
 
 import enum
 import sys
@@ -106,8 +105,7 @@ runs = st.one_of(
 spiced_runs = st.text(st.characters(min_codepoint=0x20, max_codepoint=0xFF) | st.sampled_from(ESCAPES), max_size=40)
 long_texts = st.builds(lambda a, mark, b: a + mark + b, runs | spiced_runs, st.sampled_from(MARKERS), runs | spiced_runs)
 texts = st.one_of(plain_texts, long_texts, plain_texts.map(Name))
-# Ints next to the bounds of the count of their digits: one digit of the
-# int's own storage, a machine integer, and each power of ten.
+# Ints next to the bounds of their digit count: one storage digit, a machine integer, each power of ten.
 near_bounds = st.builds(lambda base, d, sign: sign * (base + d),
                         st.sampled_from([2**30, 2**63]) | st.integers(1, 330).map(lambda k: 10**k), st.integers(-2, 2),
                         st.sampled_from([1, -1]))
@@ -123,9 +121,8 @@ others = st.one_of(
     st.complex_numbers(allow_nan=False, max_magnitude=1e6),
 )
 keys = st.one_of(texts, st.integers(), st.floats(), st.booleans(), st.none(), st.sampled_from(list(Level)))
-# Values that the writer refuses, placed among ordinary values.  Their
-# containers are made anew at each draw: a test that plants a value into a
-# drawn container must not change what a later example draws.
+# Values that the writer refuses; containers made anew at each draw, since a
+# test that plants a value into one must not change what a later example draws.
 refused_keys = st.builds(lambda: {HUGE_INT: 1}) | st.builds(lambda: {(1, 2): 3})
 poisons = st.one_of(
     st.sampled_from(["\ud800", "a\udfffb", Text("\udc00"), NoText(), WrongText(), HUGE_INT]), refused_keys,
@@ -157,8 +154,7 @@ def hard_containers(children):
 
 hard_values = st.recursive(hard_leaves, hard_containers, max_leaves=16)
 
-# Exact containers of ASCII texts, short ints, floats and nulls: the fields
-# the check walk may pass over, unless one hard value is planted deep inside.
+# Exact containers of plain leaves, which the check walk may pass over unless a hard value is planted inside.
 quiet_leaves = st.one_of(st.none(), st.booleans(), st.integers(-(10**6), 10**6), st.floats(allow_nan=False),
                          st.text("abcxyz_./ ", max_size=8))
 quiet_values = st.recursive(
@@ -198,8 +194,7 @@ def planted(draw, answer, hard, keys):
 
 quiet_fields = st.dictionaries(st.text("abkxyz", min_size=1, max_size=3), quiet_values, min_size=1, max_size=3)
 
-# Hard values that run no host code: the walks that must not run any pass
-# over the rest of such an answer only when all of it is plain.
+# Hard values that run no host code, for answers plain throughout.
 PATHS = ["src/app/lexer.py", "src/app/main.py", "tests/test_lexer.py", "pkg.lexer.parse"]
 plain_hard_texts = st.one_of(st.sampled_from(PATHS), st.text(max_size=8), lone_texts)
 plain_hard_ints = st.one_of(st.integers(0, 60), long_ints, st.sampled_from([WIDE_INT, -WIDE_INT, 2**1024]))
@@ -262,8 +257,7 @@ def hard_answers(draw):
     return Answer(answer) if not plain and draw(st.integers(0, 9)) == 0 else answer
 
 
-# One value of each hard kind, planted into every answer that the mode
-# comparison draws: every kind is drawn by construction.
+# One value of each hard kind, planted into every answer the mode comparison draws.
 PLANTS = {
     "lone surrogate in a text": lone_texts,
     "lone surrogate in a key": lone_texts.map(lambda text: {text: 1}),

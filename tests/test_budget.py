@@ -56,9 +56,8 @@ def test_sizes_and_room_are_the_writer_s(ns, answer, led):
     if measured[0] != "value":
         assert outcome(lambda: ns._within_share(answer, [], keep=0)) == measured
         return
-    # Steps (led by one kept whatever its size, or not) whose last text takes
-    # the largest room left fit; one byte more do not, and a longer step after
-    # them goes: each length is measured as sent.
+    # Steps (led by a kept one or not) whose last text takes the largest room
+    # left fit; one byte more do not, and a longer step after them goes.
     first = [{"tool": "symbol", "args": {"fqn": "a"}, "reason": "first"}][:led]
     last = lambda n: {"tool": "file", "args": {}, "reason": "r" * n}  # noqa: E731
     room = largest_added(*measured[1]) - STEPS_KEY_BYTES - size([*first, last(0)])
@@ -136,10 +135,8 @@ def lengthening_keep():
 
 
 # Host code that the loop runs (a step's str(), keep's comparison) may change
-# what it measures next: the answer is measured before the steps, and each
-# length anew.
-# The answer's text forms are taken as often as the writer takes them: once
-# for the answer, again for each hint field's value.
+# what it measures next; the answer's text forms are taken as often as the
+# writer takes them: once for the answer, again for each hint field's value.
 PLACES = [lambda o: {"o": o, "rows": ({"tip": o},)}, lambda o: [{"o": o}], lambda o: {"rows": [{"note": [o]}]},
           lambda o: Answer(tip=o), lambda o: {}]
 
@@ -199,12 +196,10 @@ def test_rebound_sizes_are_asked_as_the_loop_asks_them(ns, monkeypatch, rebound,
     assert asked == calls
 
 
-# Steps the module makes, of texts of every kind (escapes and lone surrogates
-# included) from the request (the answer naming none) or the answer, and an
-# answer of values of every kind, a hint field's too: the notes take the
-# hints with the steps to the floor, a byte past it, or anywhere below it.
-# Made steps fit within the floor whatever the answer's size: the size is
-# then not needed, but the answer still fails where its text would.
+# Steps the module makes of texts of every kind, from the request or the
+# answer, beside values of every kind: the notes take the hints with the
+# steps to the floor, a byte past it, or below it.  Made steps that fit the
+# floor need no answer size, but the answer still fails where its text would.
 @settings(max_examples=examples(1000), **SLOW)
 @given(st.text(max_size=30), st.booleans(), st.lists(plain_hard_values | hard_values, min_size=2, max_size=2),
        st.integers(0, 3000), st.integers(0, 40), st.sampled_from([0, 1]) | st.integers(-HINT_FLOOR_BYTES, 80))

@@ -40,8 +40,7 @@ circle, circular_dict = ["x"], {"rows": []}
 circle.append(circle)
 deep_circle = functools.reduce(lambda inner, _: [inner], range(40), circle)
 circular_dict["rows"].append({"up": circular_dict})
-# Values the generated ones cannot be: circles, nesting past the bound, entries hidden by items(), unreadable or
-# told by items() alone.
+# Values not drawn: circles, nesting past the bound, entries hidden, unreadable or told by items() alone.
 ODD_VALUES = {
     "circular-list": circle,
     "circular-dict": circular_dict,
@@ -93,9 +92,8 @@ def _step(tool, args, reason="r"):
     return {"tool": tool, "args": args, "reason": reason}
 
 
-# Call keys: a small vocabulary so that repeated calls are frequent.
-# A character above U+FFFF and its two surrogates as code points are written
-# alike, and so are a list and a tuple of the same items.
+# A small vocabulary, so that calls repeat: a character above U+FFFF is
+# written as its two surrogates are, and a list as a tuple of the same items.
 ARG_VALUES = ["a", "é", 1, 1.0, True, None, ("a",), ["a"], Text("a"), {1: "x"}, {"1": "x"},
               {2: 0, 10: 0}, {"10": 0, "2": 0}, "\ud800", "😀", "\ud83d\ude00",
               [], ["a", "é"], ("a", "é"), ["é", "a"], ["😀"], ["\ud83d\ude00"], ["a", 1], [Text("a")]]

@@ -67,12 +67,10 @@ def sources(monkeypatch, ns, signals, usual, rebound=("signals", "usual")):
     return calls
 
 
-# The tool's own steps (when truthy) are kept as a new list, led by one kept
-# whatever its size; else the signals come first, repeats (argument order
-# and reason do not make another call) and steps past the cap go, and the
-# signals are kept whatever their size.  Either source may be the module's
-# own, which offers nothing for this answer; the lists that a rebound one
-# hands over stay as they are.
+# The tool's own steps (when truthy) are kept as a new list, the first kept
+# whatever its size; else the signals (kept whatever their size) lead, and
+# repeats and steps past the cap go.  Either source may be the module's own,
+# which offers nothing here; a rebound one's lists stay as they are.
 BIG = a_step("big", "r" * HINT_FLOOR_BYTES)
 
 

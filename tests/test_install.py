@@ -1,12 +1,6 @@
 """The module's wheel for this Python, and the one pip builds from the source
-distribution, installed as users install them: alone, with the stand-ins,
-and beside the server.
-
-Beside the server it owns only its own files and calls the server's
-siblings: a minimal server distribution, written here, owns the package files
-and the three sibling modules, each with content of its own; the wheel is
-added to and removed from a fresh environment that holds it, in both orders.
-"""
+distribution, installed as users install them: alone, with the stand-ins, and
+beside a minimal server written here, where it owns only its own files."""
 
 import base64
 import hashlib
@@ -46,7 +40,6 @@ def freshness_block(**facts): return facts
 def add_freshness(answer, block): answer["freshness"] = {"by": "the server", "block": block}
 """,
     "velquorn/models/symbol.py": """
-class Repository: pass
 class Symbol:
     def __init__(self, fqn): self.fqn = fqn
     def to_dict(self): return {"fqn": self.fqn, "from": "the server"}
@@ -147,8 +140,7 @@ def server_wheel(folder, files):
     return wheel
 
 
-# The wheel the source distribution builds holds the same files as the
-# shipped one (above), and where a wheel's files go is all that differs here.
+# The sdist's wheel holds the shipped one's files (above): one wheel does here.
 @pytest.mark.parametrize("server_first", [True, False], ids=["server-first", "module-first"])
 @pytest.mark.parametrize("layout", ["regular", "namespace"])
 def test_beside_the_server(tmp_path, layout, server_first):

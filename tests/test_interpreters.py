@@ -61,13 +61,11 @@ def test_interpreters_finish_answers_at_once_each_with_its_own_bindings(ns, monk
 
 
 def test_interpreters_made_and_destroyed_in_turn_leave_nothing_behind():
-    """The host itself keeps memory of every interpreter it destroys (a few
-    hundred KB: the texts it interned among them), so what the module leaves
-    is the growth of the heap per interpreter that imports it and finishes
-    answers beyond that of one that imports only what the module imports.
-    Every object is in its own malloc block (PYTHONMALLOC=malloc), counted
-    by the C library or, in a sanitizer build, by the sanitizer's
-    allocator."""
+    """The host keeps some memory of every interpreter it destroys (the texts
+    it interned), so what the module leaves is the heap's growth per
+    interpreter beyond that of one that imports only what the module imports,
+    every object in a malloc block (PYTHONMALLOC=malloc) of the C library's
+    or the sanitizer's count."""
     code = textwrap.dedent(
         f"""
         import ctypes, sys

@@ -1,9 +1,6 @@
-"""The switch that turns the shortcuts off, read when a module object is made,
-and the net that holds every function of the module, private ones included:
-called directly on values of every hard kind, a module object with every
-shortcut and one with none, in one process, give the same results, the same
-errors and the same calls to their collaborators, and what the plain Python
-of the rule gives where there is a plain statement of it."""
+"""The switch that turns the shortcuts off, read when a module object is
+made, and the net that holds every function of the module, private ones
+included, called directly on values of every hard kind."""
 
 import importlib
 import importlib.util
@@ -30,8 +27,7 @@ OWN = importlib.import_module(MODULE_NAME)
 
 def fresh_module(shortcuts=None):
     """A new module object of the installed extension, made with this setting
-    (None: unset): each reads it when it is made, so that one process can
-    hold a module with every shortcut and one with none."""
+    (None: unset), which each reads when it is made."""
     found = importlib.util.spec_from_file_location(MODULE_NAME, OWN.__file__)
     module = importlib.util.module_from_spec(found)
     with mock.patch.dict(os.environ):

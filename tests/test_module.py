@@ -38,8 +38,7 @@ def stub_definitions():
 
 
 def test_the_stub_agrees_with_the_module(tmp_path):
-    # Signatures, kinds and types of every name, by the standard check of a
-    # stub against a compiled module; run apart, where its cache may go.
+    # Signatures, kinds and types of every name; run apart, where its cache may go.
     allowlist = Path(__file__).with_name("stubtest_allowlist.txt")
     command = [sys.executable, "-m", "mypy.stubtest", MODULE_NAME, "--allowlist", str(allowlist)]
     done = subprocess.run(command, cwd=tmp_path, capture_output=True, text=True, timeout=300)
@@ -105,9 +104,8 @@ def test_missing_sibling_fails_the_import_and_leaves_nothing(ns):
     assert result.stdout.split() == ["refused", "False", MODULE_NAME, "9"], result.stderr
 
 
-# Names: the module keeps what each name held until its namespace changes, so
-# a change made between two calls, or by host code in the middle of one, must
-# be what the next read finds.
+# The module keeps what each name held until its namespace changes: a change
+# between two calls, or by host code amid one, is what the next read finds.
 
 
 CALLERS = {"fqn": "pkg.f", "file": "pkg/f.py", "total_count": 12}  # a signal and a usual step

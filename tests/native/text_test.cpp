@@ -12,31 +12,12 @@ using namespace next_steps::detail;
 namespace {
 
 // A text stored as the host stores it, in the narrowest width that holds
-// its code points.
-class Stored {
- public:
-  explicit Stored(const std::u32string& text) {
-    const std::uint32_t top = text.empty() ? 0 : *std::max_element(text.begin(), text.end());
-    if (top < 0x100) keep(narrow_, text);
-    else if (top < 0x10000) keep(half_, text);
-    else keep(wide_, text);
-  }
-  const next_steps::StrView& view() const { return view_; }
-
- private:
-  template <class Char>
-  void keep(std::vector<Char>& units, const std::u32string& text) {
-    units.assign(text.begin(), text.end());
-    view_.data = units.data();
-    view_.length = units.size();
-    view_.width = sizeof(Char);
-  }
-
-  std::vector<std::uint8_t> narrow_;
-  std::vector<std::uint16_t> half_;
-  std::vector<std::uint32_t> wide_;
-  next_steps::StrView view_;
-};
+// its code points, in units of their own, so that a read past them is seen.
+template <class Char>
+next_steps::StrView stored(std::vector<Char>& units, const std::u32string& text) {
+  units.assign(text.begin(), text.end());
+  return {units.data(), units.size(), sizeof(Char)};
+}
 
 // The count against the host's: the UTF-8 bytes of json.dumps(text,
 // ensure_ascii=False), a lone surrogate passed through.  Each text also
@@ -64,9 +45,13 @@ TEST(TokenBytes, AreTheHostsCompactTokensInEveryStorageWidth) {
     std::u32string repeated;
     for (int i = 0; i < 9; ++i) repeated += row.text;
     for (const auto& [text, bytes] : {std::pair{row.text, row.bytes}, std::pair{repeated, 9 * (row.bytes - 2) + 2}}) {
-      const Stored stored(text);
+      const std::uint32_t top = text.empty() ? 0 : *std::max_element(text.begin(), text.end());
+      std::vector<std::uint8_t> narrow;
+      std::vector<std::uint16_t> half;
+      std::vector<std::uint32_t> wide;
+      const auto view = top < 0x100 ? stored(narrow, text) : top < 0x10000 ? stored(half, text) : stored(wide, text);
       bool surrogate = false;
-      EXPECT_EQ(next_steps::compact_token_bytes(stored.view(), surrogate), bytes) << text.size() << " code points";
+      EXPECT_EQ(next_steps::compact_token_bytes(view, surrogate), bytes) << text.size() << " code points";
       EXPECT_EQ(surrogate, row.surrogate) << text.size() << " code points";
     }
   }
