@@ -41,18 +41,10 @@ Rows = type("Rows", (list,), {})
 Reordered = type("Reordered", (dict,), {"items": lambda self: list(dict.items(self))[::-1]})
 
 
-class Unpaired(dict):
-    """Entries as two-item lists, then a two-character text: unpacked as pairs by a loop."""
-
-    def items(self):
-        return [[key, value] for key, value in dict.items(self)] + ["ky"]
-
-
-class Unpackable(dict):
-    """Entries as one-item tuples, which a loop cannot unpack as pairs."""
-
-    def items(self):
-        return [(key,) for key in dict.keys(self)]
+# Entries as two-item lists, then a two-character text: unpacked as pairs by a loop.
+Unpaired = type("Unpaired", (dict,), {"items": lambda self: [[k, v] for k, v in dict.items(self)] + ["ky"]})
+# Entries as one-item tuples, which a loop cannot unpack as pairs.
+Unpackable = type("Unpackable", (dict,), {"items": lambda self: [(key,) for key in dict.keys(self)]})
 
 
 class Aliased(dict):

@@ -29,8 +29,7 @@ def largest_added(answer_size, hints):
     return added
 
 
-# Below this size of answer the floor decides, above it the share: answers
-# at the edge, and a little past it.
+# Below this size of answer the floor decides, above it the share: answers at the edge and past it.
 SHARE_FROM = math.ceil(HINT_FLOOR_BYTES / HINT_SHARE) - HINT_FLOOR_BYTES
 EDGES = [(SHARE_FROM, 0), (SHARE_FROM, 100), (SHARE_FROM + 186, 0), (SHARE_FROM + 186, 100), (5 * SHARE_FROM, 0)]
 padded = st.builds(lambda hints, pad: {"tip": "t" * hints, "pad": "x" * pad}, st.integers(0, 200), st.integers(0, 20000))

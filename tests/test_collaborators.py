@@ -1,7 +1,4 @@
-"""The stand-in sibling modules keep the contracts that next_steps relies on.
-
-These run without the built extension: the stand-ins are plain Python.
-"""
+"""The stand-in sibling modules (plain Python) keep the contracts that next_steps relies on."""
 
 import json
 from importlib import resources

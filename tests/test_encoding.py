@@ -1,7 +1,5 @@
-"""Answer sizes and call keys must be exactly those of the host's JSON writer:
-the budget counts the bytes the agent receives and repeated calls are told
-apart by their sorted JSON text, so json.dumps is the arbiter, failures included.
-"""
+"""Answer sizes and call keys (sorted JSON texts) are exactly those of the
+host's JSON writer, its failures included: json.dumps is the arbiter."""
 
 import functools
 import json
@@ -14,21 +12,10 @@ from reference import compact_size, dedupe, hint_size, plain_copy
 from strategies import SLOW, Answer, NoText, Pair, Rows, Text, Unpackable, Unpaired
 
 
-class Masked(dict):
-    def items(self):
-        return [(key, value) for key, value in super().items() if not key.startswith("_")]
-
-
-class Hollow(dict):
-    """Holds nothing itself: only its items(), which the host's writer does not ask, say what it holds."""
-
-    def items(self):
-        return [("tip", "x" * 50), ("a", None)]
-
-
-class Named(dict):
-    def items(self):
-        return [Pair(key, value) for key, value in dict.items(self)]
+Masked = type("Masked", (dict,), {"items": lambda self: [(k, v) for k, v in dict.items(self) if not k.startswith("_")]})
+Named = type("Named", (dict,), {"items": lambda self: [Pair(k, v) for k, v in dict.items(self)]})
+# Holds nothing itself: only its items(), which the host's writer does not ask, say what it holds.
+Hollow = type("Hollow", (dict,), {"items": lambda self: [("tip", "x" * 50), ("a", None)]})
 
 
 class Broken(dict):
@@ -57,9 +44,8 @@ ODD_VALUES = {
 
 
 def walked(function, value):
-    """A walk's outcome; of a recursion error only its kind, since its text
-    says where the interpreter saw the stack run out (from 3.14 a stack
-    measure in kB, which the module's C walks and Python code reach apart)."""
+    """A walk's outcome; of a recursion error only its kind: from 3.14 its text
+    gives a stack measure, which the C walks and Python code reach apart."""
     kind, result = outcome(function, value)
     return (kind, None) if kind is RecursionError else (kind, result)
 
@@ -120,11 +106,7 @@ def test_deduplicated_keeps_the_first_of_each_call(ns, given_steps):
     assert all(mine is theirs for mine, theirs in zip(kept, expected, strict=True))
 
 
-class Unhashed(str):
-    """A key that no lookup of the text it holds finds."""
-
-    def __hash__(self):
-        return 0
+Unhashed = type("Unhashed", (str,), {"__hash__": lambda self: 0})  # a key no lookup of its text finds
 
 
 class Meddling(list):

@@ -202,13 +202,10 @@ def test_failed_lookup_is_logged_and_counts_as_nothing_near(ns, lookups, caplog,
     assert answer == {"found": True}
 
 
-def test_steps_are_new_records(ns):
+def test_steps_are_new_records_and_hints_frozen_ones(ns):
     first, second = ns.step("t", "r"), ns.step(tool="t", reason="r")
     assert first == second == {"tool": "t", "args": {}, "reason": "r"}
     assert first is not second and first["args"] is not second["args"]
-
-
-def test_hint_is_a_frozen_record(ns):
     Hint = ns.Hint
     assert dataclasses.is_dataclass(Hint) and Hint.__module__ == ns.__name__
     assert [f.name for f in dataclasses.fields(Hint)] == ["tool", "reason", "action", "takes"]

@@ -201,9 +201,8 @@ REFERENCES = {
 @example(("finish_answer", [{"total_count": 40}, "symbol"], {"action": "detail", "arguments": {"fqn": "a.\udc00"}}),
          [])
 def test_both_modes_and_the_host_give_every_function_alike(modes, call, changes):
-    """Each function called directly, on values of every hard kind: the two
-    modes give the same results, errors and collaborator calls, and both
-    give what the plain statement of the rule gives where there is one."""
+    """Both modes give the same results, errors and collaborator calls, and
+    what the plain statement of the rule gives where there is one."""
     name, positional, keywords = call
     event(name)
     results = {}

@@ -237,23 +237,11 @@ CALLS = {
     "surrogate": lambda ns: ns._encoded_size([ANSWER, "\ud800"]),
     "circular": lambda ns: ns._encoded_size({"rows": CIRCLE}),
     "bad-key": lambda ns: ns._deduplicated([{"tool": "t", "args": {LEAF: 1, 2: 3}, "reason": "r"}]),
-    "rebound": lambda ns: rebinding_call(ns),
+    "rebound": lambda ns: ns._hint_size(Rebinding({"next_steps": [LEAF], "rows": [{"tip": LEAF}]})),
 }
-
-
-class Rebinding(dict):
-    def items(self):
-        ns = sys.modules[MODULE_NAME]
-        ns._encoded_size = lambda value: len(value)  # a new function at each call
-        return super().items()
-
-
-def rebinding_call(ns):
-    own = ns._encoded_size
-    try:
-        return ns._hint_size(Rebinding({"next_steps": [LEAF], "rows": [{"tip": LEAF}]}))
-    finally:
-        ns._encoded_size = own
+# Binds a new function to _encoded_size whenever it is walked.
+Rebinding = type("Rebinding", (dict,), {"items": lambda self: setattr(
+    sys.modules[MODULE_NAME], "_encoded_size", lambda value: len(value)) or dict.items(self)})
 
 
 @pytest.mark.parametrize("name", CALLS)
@@ -261,6 +249,7 @@ def test_calls_leak_no_references(ns, monkeypatch, name):
     monkeypatch.setattr(ns, "add_freshness", lambda answer, block: None)
     monkeypatch.setattr(ns, "is_code_symbol", lambda kind, file: True)
     monkeypatch.setattr(ns, "nearest_paths", lambda repo, wanted: [LEAF])
+    monkeypatch.setattr(ns, "_encoded_size", ns._encoded_size)  # put back after a call that rebinds it
     call = CALLS[name]
 
     def run(times):

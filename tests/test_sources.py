@@ -1,8 +1,5 @@
-"""Where steps come from: test scope, usual follow-ups, hit counts and signals.
-
-The table runs on dicts and on read-only mappings of the same entries: one
-is read directly, the other through its lookups, and both must agree.
-"""
+"""Where steps come from: test scope, usual follow-ups, hit counts and signals,
+alike from dicts and from read-only mappings (read through their lookups)."""
 
 import types
 
@@ -142,20 +139,10 @@ def test_the_hit_count_is_read_wherever_skipping_it_could_be_told(ns, monkeypatc
     # git diff's hints take nothing from the hits; still, an answer whose
     # reading runs host code, or a hit count of the caller's own, sees it read.
     read = []
-
-    class Measured(list):
-        def __len__(self):
-            read.append("len")
-            return super().__len__()
-
-    class Counted(int):
-        def __int__(self):
-            read.append("int")
-            return 3
-
-    ns._usual({"files": Measured(["a.py"])}, "git", "diff", {})
-    ns._usual({"total_count": Counted(3)}, "git", "diff", {})
+    measured = type("Measured", (list,), {"__len__": lambda self: read.append("len") or 1})
+    counted = type("Counted", (int,), {"__int__": lambda self: read.append("int") or 3})
+    for answer in ({"files": measured(["a.py"])}, {"total_count": counted(3)}):
+        ns._usual(answer, "git", "diff", {})
     monkeypatch.setattr(ns, "_hit_count", read.append)
-    answer = {"files": ["a.py"]}
-    ns._usual(answer, "git", "diff", {})
+    ns._usual(answer := {"files": ["a.py"]}, "git", "diff", {})
     assert read == ["len", "int", answer]
