@@ -40,6 +40,7 @@ def freshness_block(**facts): return facts
 def add_freshness(answer, block): answer["freshness"] = {"by": "the server", "block": block}
 """,
     "velquorn/models/symbol.py": """
+class Repository: pass
 class Symbol:
     def __init__(self, fqn): self.fqn = fqn
     def to_dict(self): return {"fqn": self.fqn, "from": "the server"}
